@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs every Debian package the project needs, for the native and the
+# 32-bit build, the sanitizers, fuzzing and benchmarks. Idempotent: when
+# everything is present it only checks and returns.
+set -euo pipefail
+
+native=(build-essential cmake pkg-config g++-12 g++-multilib
+        libabsl-dev libgtest-dev libgmock-dev googletest libbenchmark-dev
+        clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils)
+i386=(libabsl-dev:i386 libgtest-dev:i386 libgmock-dev:i386)
+
+missing=()
+for p in "${native[@]}" "${i386[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all packages present"
+  exit 0
+fi
+
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+echo "setup: installing ${missing[*]}"
+if ! dpkg --print-foreign-architectures | grep -qx i386; then
+  $SUDO dpkg --add-architecture i386
+fi
+export DEBIAN_FRONTEND=noninteractive
+# A mirror caught mid-sync fails one index now and then; retry, then go on
+# with whatever lists were fetched.
+for attempt in 1 2 3; do
+  $SUDO apt-get update -qq && break
+  echo "setup: apt-get update failed (attempt $attempt), retrying"
+  sleep 5
+done
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+echo "setup: done"
