@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Builds and tests everything: the native and the 32-bit library with all
+# tests, the AddressSanitizer + UBSan build running every test, valgrind over
+# the C-interface tests, the installed package, and a short fuzzing pass.
+# Usage: scripts/test.sh            (everything)
+#        STAGES="native m32" scripts/test.sh   (a subset)
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+out=${ZELK_ELF_BUILD_ROOT:-$root/out}
+jobs=${JOBS:-$(nproc)}
+stages=${STAGES:-"native m32 sanitize valgrind install fuzz"}
+shared=$(cd "$root/.." && pwd)/shared
+export CTEST_OUTPUT_ON_FAILURE=1
+
+bash scripts/setup.sh
+
+summary=()
+run_stage() { echo; echo "=== $1"; }
+
+build() {  # build DIR [cmake args...]
+  local dir=$1; shift
+  cmake -S "$root" -B "$dir" -DZELK_ELF_SHARED_DIR="$shared" "$@" >/dev/null
+  cmake --build "$dir" -j"$jobs"
+}
+
+for stage in $stages; do
+  case $stage in
+    native)
+      run_stage "native build and tests"
+      build "$out/native" -DCMAKE_BUILD_TYPE=Release -DZELK_ELF_BENCH=ON
+      (cd "$out/native" && ctest -j"$jobs")
+      ;;
+    m32)
+      run_stage "32-bit build and tests"
+      build "$out/m32" -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_TOOLCHAIN_FILE="$root/cmake/i386.cmake"
+      (cd "$out/m32" && ctest -j"$jobs")
+      ;;
+    sanitize)
+      run_stage "AddressSanitizer + UBSan build and tests"
+      build "$out/asan" -DCMAKE_BUILD_TYPE=Debug -DZELK_ELF_SANITIZE=ON \
+        -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g"
+      (cd "$out/asan" && ASAN_OPTIONS=detect_leaks=1 ctest -j"$jobs")
+      ;;
+    valgrind)
+      run_stage "valgrind over the C-interface tests"
+      build "$out/native" -DCMAKE_BUILD_TYPE=Release -DZELK_ELF_BENCH=ON
+      bash scripts/valgrind.sh "$out/native"
+      ;;
+    install)
+      run_stage "install and build consumers"
+      build "$out/native" -DCMAKE_BUILD_TYPE=Release -DZELK_ELF_BENCH=ON
+      bash tests/install/check_install.sh "$out/native" "$out/install-check"
+      ;;
+    fuzz)
+      run_stage "fuzzing (short, bounded)"
+      build "$out/fuzz" -DCMAKE_BUILD_TYPE=Release -DZELK_ELF_FUZZ=ON \
+        -DZELK_ELF_TESTS=OFF -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14
+      bash scripts/fuzz.sh "$out/fuzz" "${FUZZ_SECONDS:-}"
+      ;;
+    *) echo "unknown stage $stage" >&2; exit 2 ;;
+  esac
+done
+echo
+echo "all stages passed: $stages"

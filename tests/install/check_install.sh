@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs a built tree into a scratch prefix and builds a consumer against it
+# twice: with find_package(zelk_elf) and with pkg-config.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+build=${1:?usage: check_install.sh BUILD_DIR WORK_DIR}
+work=${2:?usage: check_install.sh BUILD_DIR WORK_DIR}
+rm -rf "$work"
+prefix=$work/prefix
+cmake --install "$build" --prefix "$prefix" >/dev/null
+
+lib=$(ls -d "$prefix"/lib*/libzelk_elf.so.1.2.0 "$prefix"/lib/*/libzelk_elf.so.1.2.0 2>/dev/null | head -1)
+libdir=$(dirname "$lib")
+for f in libzelk_elf.so libzelk_elf.so.1 libzelk_elf.so.1.2.0; do
+  [ -e "$libdir/$f" ] || { echo "install: missing $f" >&2; exit 1; }
+done
+[ "$(readlink "$libdir/libzelk_elf.so.1")" = libzelk_elf.so.1.2.0 ] || { echo "install: bad SONAME link" >&2; exit 1; }
+for h in elf.h zelk_elf.h fixed_vector.h; do
+  [ -f "$prefix/include/zelk_elf/$h" ] || { echo "install: missing header $h" >&2; exit 1; }
+done
+
+# CMake package.
+cmake -S "$here/consumer" -B "$work/cmake-consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/cmake-consumer" >/dev/null
+LD_LIBRARY_PATH="$libdir" "$work/cmake-consumer/consumer"
+
+# pkg-config.
+PKG_CONFIG_PATH="$libdir/pkgconfig" c++ -std=c++17 "$here/consumer/main.cc" -o "$work/pc-consumer" \
+  $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs zelk_elf)
+LD_LIBRARY_PATH="$libdir" "$work/pc-consumer"
+echo "install: ok"
