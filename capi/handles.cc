@@ -1,0 +1,41 @@
+// Handles and the interface version.
+#include <memory>
+#include <utility>
+
+#include "capi/handle.h"
+
+using zelk_elf::ELF;
+using zelk_elf::capi::toELF;
+using zelk_elf::capi::toHandle;
+
+namespace {
+
+// Static storage: callers may keep the pointer forever.
+constexpr char kVersionText[] = "unknown";
+
+}  // namespace
+
+extern "C" {
+
+zelkELFHandle zelkELFLoad(const uint8_t* data, size_t size) {
+  try {
+    absl::optional<ELF> loaded = ELF::load(absl::MakeConstSpan(data, size));
+    if (!loaded.has_value()) return nullptr;
+    // Moving hands over the image without copying it.
+    return toHandle(new ELF(std::move(*loaded)));
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void zelkELFFree(zelkELFHandle handle) { delete toELF(handle); }
+
+void zelkELFVersion(uint32_t* major, uint32_t* minor, uint32_t* patch,
+                    const char** text) {
+  if (major != nullptr) *major = 1;
+  if (minor != nullptr) *minor = 2;
+  if (patch != nullptr) *patch = 0;
+  if (text != nullptr) *text = kVersionText;
+}
+
+}  // extern "C"

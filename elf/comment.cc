@@ -1,0 +1,31 @@
+#include "elf/comment.h"
+
+#include "absl/strings/str_split.h"
+
+namespace zelk_elf {
+
+std::vector<absl::string_view> loadCommentSection(const engine::Image& image) {
+  const engine::Section* section = image.findSection(kCommentSectionName);
+  if (section == nullptr || section->data() == nullptr) return {};
+  absl::string_view data(reinterpret_cast<const char*>(section->data()),
+                         section->dataSize());
+  return absl::StrSplit(data, '\0');
+}
+
+std::vector<uint8_t> encodeCommentLines(
+    const std::vector<absl::string_view>& lines) {
+  size_t total = 0;
+  for (absl::string_view line : lines) {
+    if (!line.empty()) total += line.size() + 1;
+  }
+  std::vector<uint8_t> data;
+  data.reserve(total);
+  for (absl::string_view line : lines) {
+    if (line.empty()) continue;
+    data.insert(data.end(), line.begin(), line.end());
+    data.push_back(0);
+  }
+  return data;
+}
+
+}  // namespace zelk_elf

@@ -1,0 +1,57 @@
+// A string buffer that lets a writer position beyond the end of what it has
+// written, as image writers do when they place the section header table
+// before the data in front of it exists. The gap is filled with zeros.
+//
+// Private to the saving code: the class lives in an unnamed namespace, so the
+// only files that see it are the ones including this header (save.cc and its
+// unit test), each with its own copy.
+#ifndef ZELK_ELF_ELF_FREE_SEEK_BUF_H_
+#define ZELK_ELF_ELF_FREE_SEEK_BUF_H_
+
+#include <algorithm>
+#include <ios>
+#include <sstream>
+#include <streambuf>
+
+namespace zelk_elf {
+namespace {
+
+class FreeSeekBuf : public std::basic_stringbuf<char> {
+ public:
+  FreeSeekBuf() = default;
+  ~FreeSeekBuf() override = default;
+
+ protected:
+  pos_type seekpos(pos_type pos, std::ios_base::openmode which) override {
+    const off_type target = off_type(pos);
+    if ((which & std::ios_base::out) != 0) {
+      // Relative positioning at the end reports the end of the written
+      // content and leaves the write position there, ready to append.
+      const off_type end =
+          std::basic_stringbuf<char>::seekoff(0, std::ios_base::end,
+                                              std::ios_base::out);
+      if (end >= 0 && target > end) appendZeros(target - end);
+    }
+    // If the zeros could not all be written, this positioning lies beyond
+    // the end and fails like any other.
+    return std::basic_stringbuf<char>::seekoff(target, std::ios_base::beg,
+                                               which);
+  }
+
+ private:
+  void appendZeros(off_type count) {
+    static constexpr char kZeros[4096] = {};
+    while (count > 0) {
+      const std::streamsize chunk = static_cast<std::streamsize>(
+          std::min<off_type>(count, off_type(sizeof(kZeros))));
+      const std::streamsize written = sputn(kZeros, chunk);
+      if (written != chunk) return;
+      count -= chunk;
+    }
+  }
+};
+
+}  // namespace
+}  // namespace zelk_elf
+
+#endif  // ZELK_ELF_ELF_FREE_SEEK_BUF_H_
