@@ -1,0 +1,185 @@
+// Codecs of counted lists of strings, string-keyed maps and lists that run
+// to the end of the input.
+//
+// Counts are untrusted. Each element occupies at least MinWireSize bytes, so
+// a count the remaining input cannot hold is refused before anything is
+// allocated, and no reservation exceeds what the input could fill. A count is
+// taken as size_t without a range test: where size_t has 32 bits only its low
+// 32 bits count (writers never produce larger counts).
+#ifndef ZELK_ELF_SERIALIZE_CONTAINERS_H_
+#define ZELK_ELF_SERIALIZE_CONTAINERS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "absl/types/variant.h"
+#include "serialize/traits.h"
+
+namespace tolva_lib {
+namespace serialize {
+
+template <typename K, typename V>
+struct MinWireSize<std::unordered_map<K, V>> {
+  static constexpr size_t value = 8;  // the entry count alone
+};
+template <>
+struct MinWireSize<std::vector<std::string>> {
+  static constexpr size_t value = 8;
+};
+
+namespace internal {
+
+// Reads a uint64_t count and refuses it when `count` elements of at least
+// `min_size` bytes cannot fit in what remains. A refused count abandons the
+// rest of the input, exactly as running out of it would.
+template <typename D>
+DecodeResult<size_t, D> readCount(D& d, size_t min_size) {
+  auto count = d.readU64();
+  if (count.isErr()) return typename D::ErrTy{};
+  size_t n = static_cast<size_t>(count.getOk());
+  if (n > d.remaining() / min_size) {
+    d.skipToEnd();
+    return typename D::ErrTy{};
+  }
+  return n;
+}
+
+}  // namespace internal
+
+// Reads exactly `count` strings; the first failure discards them all.
+template <typename D>
+DecodeResult<std::vector<std::string>, D> decodeStrings(D& d, size_t count) {
+  std::vector<std::string> out;
+  size_t cap = d.remaining() / MinWireSize<std::string>::value;
+  out.reserve(count < cap ? count : cap);
+  for (size_t i = 0; i < count; ++i) {
+    auto s = d.readStr();
+    if (s.isErr()) return typename D::ErrTy{};
+    out.push_back(std::move(s).getOk());
+  }
+  return out;
+}
+
+template <typename E>
+EncodeResult<E> encodeStrings(const std::vector<std::string>& v, E& e) {
+  for (const std::string& s : v) {
+    auto r = Encodable<std::string>::encode(s, e);
+    if (r.isErr()) return std::move(r).getErr();
+  }
+  return absl::monostate{};
+}
+
+template <>
+struct Decodable<std::vector<std::string>> {
+  template <typename D>
+  static DecodeResult<std::vector<std::string>, D> decode(D& d) {
+    auto count = internal::readCount(d, MinWireSize<std::string>::value);
+    if (count.isErr()) return typename D::ErrTy{};
+    return decodeStrings(d, count.getOk());
+  }
+};
+
+template <>
+struct Encodable<std::vector<std::string>> {
+  template <typename E>
+  static EncodeResult<E> encode(const std::vector<std::string>& v, E& e) {
+    e.writeU64(static_cast<uint64_t>(v.size()));
+    return encodeStrings(v, e);
+  }
+};
+
+// Reads exactly `count` entries (key, then value). A repeated key keeps the
+// first value; the later entry is read and dropped.
+template <typename V, typename D>
+DecodeResult<std::unordered_map<std::string, V>, D> decodeMapEntries(
+    D& d, size_t count) {
+  std::unordered_map<std::string, V> out;
+  constexpr size_t kEntry = MinWireSize<std::string>::value + MinWireSize<V>::value;
+  size_t cap = d.remaining() / kEntry;
+  out.reserve(count < cap ? count : cap);
+  for (size_t i = 0; i < count; ++i) {
+    auto key = d.readStr();
+    if (key.isErr()) return typename D::ErrTy{};
+    auto value = Decodable<V>::decode(d);
+    if (value.isErr()) return typename D::ErrTy{};
+    out.try_emplace(std::move(key).getOk(), std::move(value).getOk());
+  }
+  return out;
+}
+
+// Entries in the map's own iteration order; readers do not depend on it.
+template <typename V, typename E>
+EncodeResult<E> encodeMapEntries(const std::unordered_map<std::string, V>& m,
+                                 E& e) {
+  for (const auto& entry : m) {
+    auto k = Encodable<std::string>::encode(entry.first, e);
+    if (k.isErr()) return std::move(k).getErr();
+    auto v = Encodable<V>::encode(entry.second, e);
+    if (v.isErr()) return std::move(v).getErr();
+  }
+  return absl::monostate{};
+}
+
+template <typename V>
+struct Decodable<std::unordered_map<std::string, V>> {
+  template <typename D>
+  static DecodeResult<std::unordered_map<std::string, V>, D> decode(D& d) {
+    auto count = internal::readCount(
+        d, MinWireSize<std::string>::value + MinWireSize<V>::value);
+    if (count.isErr()) return typename D::ErrTy{};
+    return decodeMapEntries<V>(d, count.getOk());
+  }
+};
+
+template <typename V>
+struct Encodable<std::unordered_map<std::string, V>> {
+  template <typename E>
+  static EncodeResult<E> encode(const std::unordered_map<std::string, V>& m,
+                                E& e) {
+    e.writeU64(static_cast<uint64_t>(m.size()));
+    return encodeMapEntries(m, e);
+  }
+};
+
+// Decodes elements with `decode_one(d)` until no byte remains. Empty input
+// is an empty list; a tail too short for a whole element is an error.
+template <typename T, typename D, typename F>
+DecodeResult<std::vector<T>, D> decodeToEnd(D& d, F&& decode_one) {
+  std::vector<T> out;
+  out.reserve(d.remaining() / MinWireSize<T>::value);
+  while (d.remaining() != 0) {
+    auto elem = decode_one(d);
+    if (elem.isErr()) return typename D::ErrTy{};
+    out.push_back(std::move(elem).getOk());
+  }
+  return out;
+}
+
+template <typename T, typename D>
+DecodeResult<std::vector<T>, D> decodeToEnd(D& d) {
+  return decodeToEnd<T>(d, [](D& dd) { return Decodable<T>::decode(dd); });
+}
+
+// Each element in list order, with nothing before, between or after.
+template <typename T, typename E, typename F>
+EncodeResult<E> encodeEach(const std::vector<T>& v, E& e, F&& encode_one) {
+  for (const T& x : v) {
+    auto r = encode_one(x, e);
+    if (r.isErr()) return std::move(r).getErr();
+  }
+  return absl::monostate{};
+}
+
+template <typename T, typename E>
+EncodeResult<E> encodeEach(const std::vector<T>& v, E& e) {
+  return encodeEach(v, e, [](const T& x, E& ee) { return Encodable<T>::encode(x, ee); });
+}
+
+}  // namespace serialize
+}  // namespace tolva_lib
+
+#endif  // ZELK_ELF_SERIALIZE_CONTAINERS_H_
