@@ -134,6 +134,7 @@ class Section {
 
  private:
   friend class Image;
+  friend struct ImageInternals;
   struct State;
   explicit Section(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
@@ -174,6 +175,7 @@ class Segment {
 
  private:
   friend class Image;
+  friend struct ImageInternals;
   struct State;
   explicit Segment(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
@@ -235,6 +237,7 @@ class Image {
   Segment& addSegment();
 
  private:
+  friend struct ImageInternals;
   struct State;
   std::unique_ptr<State> state_;
 };
