@@ -1,0 +1,256 @@
+// Every way a command can fail: the exit code, the one line on stderr, no
+// stdout, and no output file (temporary or final) left behind.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "gtest/gtest.h"
+#include "tools/tool_runner.h"
+
+namespace zelk_elf_test {
+namespace {
+
+class ErrorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(runTool({"sample", "-o", sample_}).exit_code, 0);
+  }
+
+  // Runs `args`; expects failure with `code` and exactly `message` + "\n" on
+  // stderr, nothing on stdout, and the directory unchanged.
+  void expectFailure(const std::vector<std::string>& args, int code,
+                     const std::string& message) {
+    std::vector<std::string> before = dir_.list();
+    ToolResult result = runTool(args);
+    EXPECT_EQ(result.exit_code, code) << message;
+    EXPECT_EQ(result.err, message + "\n");
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(dir_.list(), before) << "files left behind for: " << message;
+  }
+
+  void expectUsage(const std::vector<std::string>& args,
+                   const std::string& command, const std::string& what) {
+    expectFailure(args, 2,
+                  "zelk-elf: " + command + ": " + what + " (see 'zelk-elf " +
+                      command + " --help')");
+  }
+
+  // An image holding one raw section with these hex bytes (no decoded value
+  // is engaged, so save keeps the bytes as given).
+  std::string imageWithSection(const std::string& name,
+                               const std::string& hex) {
+    std::string path = dir_.file("raw.elf");
+    ToolResult made = runTool(
+        {"edit", "--new", "-o", path, "--set-section", name + "=" + hex});
+    EXPECT_EQ(made.exit_code, 0) << made.err;
+    return path;
+  }
+
+  std::string writeFile(const std::string& name, const std::string& bytes) {
+    std::string path = dir_.file(name);
+    writeBytes(path, std::vector<uint8_t>(bytes.begin(), bytes.end()));
+    return path;
+  }
+
+  TempDir dir_;
+  std::string sample_ = dir_.file("sample.elf");
+  std::string out_ = dir_.file("out.elf");
+};
+
+TEST_F(ErrorTest, CommandLevelUsage) {
+  expectFailure({}, 2, "zelk-elf: missing COMMAND (see 'zelk-elf --help')");
+  expectFailure({"frob"}, 2,
+                "zelk-elf: unknown command 'frob' (see 'zelk-elf --help')");
+}
+
+TEST_F(ErrorTest, ReadingCommandsUsage) {
+  for (const char* command : {"info", "debug", "cfg", "check"}) {
+    expectUsage({command}, command, "missing FILE");
+    expectUsage({command, sample_, "--bogus"}, command,
+                "unknown option '--bogus'");
+    expectUsage({command, sample_, sample_}, command,
+                "unexpected argument '" + sample_ + "'");
+  }
+  expectUsage({"info", sample_, "--dot"}, "info", "unknown option '--dot'");
+  expectUsage({"debug", sample_, "--dot"}, "debug", "unknown option '--dot'");
+  expectUsage({"cfg", sample_, "--json"}, "cfg", "unknown option '--json'");
+  expectUsage({"check", sample_, "--json"}, "check",
+              "unknown option '--json'");
+}
+
+TEST_F(ErrorTest, SampleUsage) {
+  expectUsage({"sample"}, "sample", "missing '-o FILE'");
+  expectUsage({"sample", "-o"}, "sample", "option '-o' needs a value");
+  expectUsage({"sample", "x.elf"}, "sample", "unexpected argument 'x.elf'");
+  expectUsage({"sample", "--out", out_}, "sample", "unknown option '--out'");
+  expectUsage({"sample", "-o", out_, "-o", out_}, "sample",
+              "option '-o' given twice");
+  expectUsage({"sample", "-o", ""}, "sample", "empty output file name for '-o'");
+}
+
+TEST_F(ErrorTest, EditUsage) {
+  expectUsage({"edit", "--new"}, "edit", "missing '-o OUT'");
+  expectUsage({"edit", "-o", out_}, "edit", "missing FILE (or --new)");
+  expectUsage({"edit", sample_, "--new", "-o", out_}, "edit",
+              "give either FILE or --new, not both");
+  expectUsage({"edit", sample_, sample_, "-o", out_}, "edit",
+              "unexpected argument '" + sample_ + "'");
+  expectUsage({"edit", "--new", "-o", out_, "--set-data", "00"}, "edit",
+              "unknown option '--set-data'");
+  expectUsage({"edit", "--new", "-o", out_, "--verify-info"}, "edit",
+              "option '--verify-info' needs a value");
+  expectUsage({"edit", "--new", "-o", out_, "-o", out_}, "edit",
+              "option '-o' given twice");
+}
+
+TEST_F(ErrorTest, EditBadNumbers) {
+  const std::string hint = " (decimal or 0x hex expected)";
+  expectUsage({"edit", "--new", "-o", out_, "--machine", "12a"}, "edit",
+              "bad number '12a' for --machine" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--machine", "0x"}, "edit",
+              "bad number '0x' for --machine" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--type", "-1"}, "edit",
+              "bad number '-1' for --type" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--type", " 1"}, "edit",
+              "bad number ' 1' for --type" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--entry", ""}, "edit",
+              "bad number '' for --entry" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--entry", "18446744073709551616"},
+              "edit", "bad number '18446744073709551616' for --entry" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--machine", "0x10000"}, "edit",
+              "number '0x10000' for --machine is out of range (at most 65535)");
+  expectUsage({"edit", "--new", "-o", out_, "--type", "65536"}, "edit",
+              "number '65536' for --type is out of range (at most 65535)");
+  expectUsage({"edit", "--new", "-o", out_, "--set-text", "00:x"}, "edit",
+              "bad number 'x' for the alignment of --set-text" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--set-text", "00:0x100000000"},
+              "edit",
+              "number '0x100000000' for the alignment of --set-text is out of "
+              "range (at most 4294967295)");
+}
+
+TEST_F(ErrorTest, EditBadData) {
+  const std::string hint = " (an even number of hex digits or @PATH expected)";
+  expectUsage({"edit", "--new", "-o", out_, "--set-text", "abc"}, "edit",
+              "bad data 'abc' for --set-text" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--set-section", ".x=zz"}, "edit",
+              "bad data 'zz' for --set-section" + hint);
+  expectUsage({"edit", "--new", "-o", out_, "--set-section", ".x"}, "edit",
+              "bad value '.x' for --set-section (NAME=DATA expected)");
+  std::string missing = dir_.file("missing.bin");
+  expectFailure({"edit", "--new", "-o", out_, "--set-text", "@" + missing}, 1,
+                "zelk-elf: edit: cannot open '" + missing +
+                    "': No such file or directory");
+}
+
+TEST_F(ErrorTest, UnreadableInputs) {
+  std::string missing = dir_.file("missing.elf");
+  for (const char* command : {"info", "debug", "cfg", "check"}) {
+    expectFailure({command, missing}, 1,
+                  std::string("zelk-elf: ") + command + ": cannot open '" +
+                      missing + "': No such file or directory");
+    expectFailure({command, dir_.path()}, 1,
+                  std::string("zelk-elf: ") + command + ": cannot read '" +
+                      dir_.path() + "': Is a directory");
+  }
+  expectFailure({"edit", missing, "-o", out_}, 1,
+                "zelk-elf: edit: cannot open '" + missing +
+                    "': No such file or directory");
+  if (::geteuid() != 0) {  // root reads everything
+    std::string locked = writeFile("locked.elf", "x");
+    ::chmod(locked.c_str(), 0);
+    expectFailure({"info", locked}, 1,
+                  "zelk-elf: info: cannot open '" + locked +
+                      "': Permission denied");
+  }
+}
+
+TEST_F(ErrorTest, NotElfAndMalformedHeaders) {
+  std::string text = writeFile("text.elf", "hello, this is not an image\n");
+  std::string empty = writeFile("empty.elf", "");
+  std::string shortIdent = writeFile("short.elf", std::string("\x7f" "ELF\x01", 5));
+  std::string badClass = writeFile(
+      "class.elf", std::string("\x7f" "ELF\x03\x01\x01", 7) + std::string(57, '\0'));
+  std::string badOrder = writeFile(
+      "order.elf", std::string("\x7f" "ELF\x01\x03\x01", 7) + std::string(57, '\0'));
+  std::vector<uint8_t> sample = readBytes(sample_);
+  std::string truncated = writeFile(
+      "truncated.elf", std::string(sample.begin(), sample.begin() + 100));
+
+  const std::string notElf = "': not an ELF image (no ELF magic number)";
+  for (const char* command : {"info", "debug", "cfg", "check"}) {
+    std::string prefix = std::string("zelk-elf: ") + command + ": '";
+    expectFailure({command, text}, 1, prefix + text + notElf);
+    expectFailure({command, empty}, 1, prefix + empty + notElf);
+    expectFailure({command, shortIdent}, 1,
+                  prefix + shortIdent +
+                      "': malformed ELF header (only 5 bytes of "
+                      "identification)");
+    expectFailure({command, badClass}, 1,
+                  prefix + badClass + "': malformed ELF header (unknown class 3)");
+    expectFailure({command, badOrder}, 1,
+                  prefix + badOrder +
+                      "': malformed ELF header (unknown byte order 3)");
+    expectFailure({command, truncated}, 1,
+                  prefix + truncated +
+                      "': malformed ELF header or section/segment tables");
+  }
+  expectFailure({"edit", text, "-o", out_}, 1,
+                "zelk-elf: edit: '" + text + notElf);
+}
+
+// check names the failing debug section and the payload offset; the other
+// reading commands refuse such an image with the same reason.
+TEST_F(ErrorTest, MalformedDebugSections) {
+  struct Case {
+    const char* section;
+    const char* hex;
+    const char* where;
+  };
+  const Case cases[] = {
+      {".zelk.dbg.id", "", "at payload offset 0 (payload of 0 bytes)"},
+      {".zelk.dbg.swp", "010000000200", "at payload offset 4 (payload of 6 bytes)"},
+      {".zelk.dbg.cfg", "0100000002000000030000000400000001",
+       "at payload offset 16 (payload of 17 bytes)"},
+      {".zelk.dbg.src", "00000000000000", "at payload offset 0 (payload of 7 bytes)"},
+      {".zelk.dbg.sym", "", "at payload offset 0 (payload of 0 bytes)"},
+      {".zelk.dbg.pmsize", "001000", "at payload offset 0 (payload of 3 bytes)"},
+      {".zelk.dbg.verifyinfo", "02000000000000",
+       "at payload offset 0 (payload of 7 bytes)"},
+  };
+  for (const Case& c : cases) {
+    std::string image = imageWithSection(c.section, c.hex);
+    std::string reason = std::string("': section ") + c.section +
+                         " fails to decode " + c.where;
+    for (const char* command : {"check", "info", "debug", "cfg"}) {
+      expectFailure({command, image}, 1,
+                    std::string("zelk-elf: ") + command + ": '" + image + reason);
+    }
+    expectFailure({"edit", image, "-o", out_}, 1,
+                  "zelk-elf: edit: '" + image + reason);
+  }
+}
+
+TEST_F(ErrorTest, UnwritableOutputs) {
+  std::string nowhere = dir_.file("no/such/dir/out.elf");
+  expectFailure({"sample", "-o", nowhere}, 1,
+                "zelk-elf: sample: cannot write '" + nowhere +
+                    "': No such file or directory");
+  expectFailure({"edit", sample_, "-o", nowhere}, 1,
+                "zelk-elf: edit: cannot write '" + nowhere +
+                    "': No such file or directory");
+}
+
+// A failed edit leaves an existing output file as it was.
+TEST_F(ErrorTest, FailedEditKeepsTheOldOutput) {
+  std::vector<uint8_t> old = {1, 2, 3};
+  writeBytes(out_, old);
+  expectUsage({"edit", sample_, "-o", out_, "--machine", "x"}, "edit",
+              "bad number 'x' for --machine (decimal or 0x hex expected)");
+  EXPECT_EQ(readBytes(out_), old);
+}
+
+}  // namespace
+}  // namespace zelk_elf_test

@@ -1,0 +1,47 @@
+// Runs the zelk-elf binary and captures what it prints, for end-to-end tests.
+#ifndef ZELK_ELF_TESTS_TOOLS_TOOL_RUNNER_H_
+#define ZELK_ELF_TESTS_TOOLS_TOOL_RUNNER_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zelk_elf_test {
+
+struct ToolResult {
+  int exit_code = -1;  // -1 when the tool did not exit normally
+  std::string out;
+  std::string err;
+};
+
+// Runs zelk-elf with `args` (no shell involved).
+ToolResult runTool(const std::vector<std::string>& args);
+
+// A fresh directory, removed with its contents at destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  // Names of the entries, sorted.
+  std::vector<std::string> list() const;
+
+ private:
+  std::string path_;
+};
+
+std::string readText(const std::string& path);
+std::vector<uint8_t> readBytes(const std::string& path);
+bool fileExists(const std::string& path);
+void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
+
+// Folder of the reference corpus and conformance cases.
+std::string sharedDir();
+
+}  // namespace zelk_elf_test
+
+#endif  // ZELK_ELF_TESTS_TOOLS_TOOL_RUNNER_H_
