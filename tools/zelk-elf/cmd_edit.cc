@@ -102,8 +102,7 @@ EditArgs parseEditArgs(const std::vector<std::string>& args) {
     }
     if (arg.size() < 2 || arg[0] != '-') {
       if (!parsed.input.empty()) {
-        throw usageError(absl::StrCat("unexpected argument '", arg,
-                                      "'"));
+        throw usageError(absl::StrCat("unexpected argument '", arg, "'"));
       }
       parsed.input = arg;
       continue;

@@ -29,8 +29,7 @@ FileArgs parseFileArgs(const std::vector<std::string>& args,
       continue;
     }
     if (have_file) {
-      throw usageError(absl::StrCat("unexpected argument '", arg,
-                                    "'"));
+      throw usageError(absl::StrCat("unexpected argument '", arg, "'"));
     }
     parsed.file = arg;
     have_file = true;
