@@ -42,7 +42,7 @@ TEST(DiagnoseTest, PointsAtTheFieldThatCouldNotBeRead) {
       {".zelk.dbg.id", B({1, 2, 0, 3}), 3},
       {".zelk.dbg.id", Bytes(), 0},
       {".zelk.dbg.swp", Bytes(6, 0), 4},
-      {".zelk.dbg.cfg", Bytes(20, 0), 16},
+      {".zelk.dbg.cfg", Bytes(20, 0), 20},  // the second edge's first end
       {".zelk.dbg.cfg", Bytes(13, 0), 12},  // the second range's end
       {".zelk.dbg.latency", Bytes(10, 0), 9},
       {".zelk.dbg.latency", Bytes(8, 0), 8},  // value3 of the first location
