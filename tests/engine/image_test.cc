@@ -1,0 +1,374 @@
+// Creating, editing and saving images: the fields a new image starts with,
+// the section and segment edits, the layout rules and the save failures.
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "engine/image.h"
+#include "engine_test_util.h"
+#include "gtest/gtest.h"
+
+namespace zelk_elf {
+namespace engine {
+namespace {
+
+using namespace testing_util;
+
+uint64_t le(const Bytes& b, size_t at, size_t width) {
+  uint64_t v = 0;
+  for (size_t i = 0; i < width; ++i) v |= uint64_t{b.at(at + i)} << (8 * i);
+  return v;
+}
+
+TEST(CreateTest, NewImageHoldsNullSectionAndNameTable) {
+  Image image;
+  EXPECT_EQ(image.elfClass(), kClass32);
+  EXPECT_EQ(image.encoding(), kDataLsb);
+  const FileHeader& h = image.header();
+  EXPECT_EQ(h.ident[6], 1);
+  EXPECT_EQ(h.version, 1u);
+  EXPECT_EQ(h.ehsize, 52);
+  EXPECT_EQ(h.phentsize, 32);
+  EXPECT_EQ(h.shentsize, 40);
+  EXPECT_EQ(h.shstrndx, 1);
+  EXPECT_EQ(h.shnum, 0);  // counts are filled by save
+  ASSERT_EQ(image.sectionCount(), 2u);
+  EXPECT_EQ(image.section(0).name(), "");
+  EXPECT_EQ(image.section(0).data(), nullptr);
+  const Section& names = image.section(1);
+  EXPECT_EQ(names.name(), ".shstrtab");
+  EXPECT_EQ(names.type(), kShtStrtab);
+  EXPECT_EQ(names.nameOffset(), 1u);
+  EXPECT_EQ(names.size(), 11u);
+  EXPECT_EQ(names.addrAlign(), 1u);
+  EXPECT_EQ(Bytes(names.bytes().begin(), names.bytes().end()),
+            bytesOf(std::string("\0.shstrtab\0", 11)));
+  EXPECT_EQ(image.segmentCount(), 0u);
+
+  image.create(kClass64, kDataMsb);
+  EXPECT_EQ(image.header().ehsize, 64);
+  EXPECT_EQ(image.header().phentsize, 56);
+  EXPECT_EQ(image.header().shentsize, 64);
+}
+
+TEST(CreateTest, SavedNewImageMatchesWorkedExample) {
+  Image image;
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  ASSERT_EQ(saved->size(), 144u);
+  EXPECT_EQ(le(*saved, 32, 4), 0x40u);  // e_shoff
+  EXPECT_EQ(le(*saved, 48, 2), 2u);     // e_shnum
+  EXPECT_EQ(le(*saved, 28, 4), 0u);     // e_phoff
+  EXPECT_EQ(Bytes(saved->begin() + 0x34, saved->begin() + 0x3F),
+            bytesOf(std::string("\0.shstrtab\0", 11)));
+  EXPECT_EQ((*saved)[0x3F], 0);
+  EXPECT_EQ(le(*saved, 0x68 + 16, 4), 0x34u);  // .shstrtab sh_offset
+
+  image.create(kClass64, kDataLsb);
+  saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(saved->size(), 208u);
+  EXPECT_EQ(le(*saved, 40, 8), 0x50u);
+}
+
+TEST(CreateTest, TextAndDebugSectionsMatchWorkedExample) {
+  Image image;
+  setSection(image, ".zelk.dbg.pmsize", {0x40, 0, 0, 0});
+  setText(image, {1, 2, 3, 4, 5, 6, 7, 8}, 4);
+  setComment(image, {"hello", "", "world"});
+  image.setMachine(0x1234);
+  image.setType(kEtExec);
+  image.setEntry(0x10);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(saved->size(), 4376u);
+  EXPECT_EQ(image.section(1).size(), 0x2Bu);
+  EXPECT_EQ(image.section(2).nameOffset(), 11u);
+  EXPECT_EQ(image.section(3).nameOffset(), 28u);
+  EXPECT_EQ(image.section(4).nameOffset(), 34u);
+  EXPECT_EQ(image.section(3).offset(), 0x1000u);
+  EXPECT_EQ(image.section(3).address(), 0u);
+  EXPECT_EQ(image.section(1).offset(), 0x1008u);
+  EXPECT_EQ(image.section(2).offset(), 0x1033u);
+  EXPECT_EQ(image.section(4).offset(), 0x1037u);
+  EXPECT_EQ(image.header().shoff, 0x1050u);
+  const Segment& load = image.segment(0);
+  EXPECT_EQ(load.offset(), 0x1000u);
+  EXPECT_EQ(load.fileSize(), 8u);
+  EXPECT_EQ(load.memorySize(), 8u);
+  EXPECT_EQ(Bytes(saved->begin() + 0x1037, saved->begin() + 0x1043),
+            bytesOf(std::string("hello\0world\0", 12)));
+  auto again = saveBytes(image);
+  ASSERT_TRUE(again);
+  EXPECT_TRUE(*again == *saved);
+}
+
+TEST(FieldTest, ThirtyTwoBitClassKeepsLowBits) {
+  Image image;
+  image.setEntry((uint64_t{1} << 32) + 4);
+  EXPECT_EQ(image.entry(), 4u);
+  Section& s = image.addSection("x");
+  s.setAddress(0x123456789);
+  s.setFlags(0x100000002);
+  s.setSize(0x100000010);
+  s.setAddrAlign(0x100000008);
+  s.setEntrySize(0x100000001);
+  EXPECT_EQ(s.address(), 0x23456789u);
+  EXPECT_EQ(s.flags(), 2u);
+  EXPECT_EQ(s.size(), 0x10u);
+  EXPECT_EQ(s.addrAlign(), 8u);
+  EXPECT_EQ(s.entrySize(), 1u);
+  Segment& g = image.addSegment();
+  g.setVirtualAddress(0x1FFFFFFFF);
+  g.setMemorySize(0x100000000);
+  EXPECT_EQ(g.virtualAddress(), 0xFFFFFFFFu);
+  EXPECT_EQ(g.memorySize(), 0u);
+
+  image.create(kClass64, kDataLsb);
+  image.setEntry((uint64_t{1} << 32) + 4);
+  EXPECT_EQ(image.entry(), (uint64_t{1} << 32) + 4);
+}
+
+TEST(SectionTest, AddAppendsNamesWithoutSharing) {
+  Image image;
+  Section& a = image.addSection(".a");
+  Section& b = image.addSection(".a");
+  EXPECT_EQ(a.index(), 2u);
+  EXPECT_EQ(b.index(), 3u);
+  EXPECT_EQ(a.nameOffset(), 11u);
+  EXPECT_EQ(b.nameOffset(), 14u);
+  EXPECT_EQ(a.type(), kShtNull);
+  EXPECT_EQ(image.section(1).size(), 17u);
+  EXPECT_EQ(image.findSection(".a"), &a);
+  EXPECT_EQ(image.findSection(""), &image.section(0));
+  EXPECT_EQ(image.findSection(".b"), nullptr);
+}
+
+TEST(SectionTest, NameWithNulIsStoredUpToTheNul) {
+  Image image;
+  Section& s = image.addSection(absl::string_view("ab\0cd", 5));
+  EXPECT_EQ(s.name(), std::string("ab\0cd", 5));
+  EXPECT_EQ(image.section(1).size(), 14u);  // "ab" and one NUL appended
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  Image reloaded;
+  ASSERT_TRUE(reloaded.load(*saved));
+  EXPECT_EQ(reloaded.section(2).name(), "ab");
+}
+
+TEST(SectionTest, NoUsableNameTableGivesOffsetZero) {
+  Image image;
+  // A loaded image whose string table index lies past the table.
+  setSection(image, ".x", {1});
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  (*saved)[50] = 9;  // e_shstrndx
+  Image loaded;
+  ASSERT_TRUE(loaded.load(*saved));
+  EXPECT_EQ(loaded.section(2).name(), "");
+  Section& added = loaded.addSection(".y");
+  EXPECT_EQ(added.nameOffset(), 0u);
+  EXPECT_EQ(loaded.section(1).size(), 14u);
+  (*saved)[50] = 0;  // no table at all: names go nowhere, not to section 0
+  ASSERT_TRUE(loaded.load(*saved));
+  EXPECT_EQ(loaded.addSection(".y").nameOffset(), 0u);
+  EXPECT_EQ(loaded.section(0).size(), 0u);
+  EXPECT_EQ(loaded.section(0).data(), nullptr);
+}
+
+TEST(SectionTest, SetDataReplacesBytesAndSize) {
+  Image image;
+  Section& s = image.addSection(".d");
+  s.setType(kShtProgbits);
+  const Bytes data = {1, 2, 3};
+  s.setData(data.data(), data.size());
+  EXPECT_EQ(s.size(), 3u);
+  EXPECT_EQ(Bytes(s.bytes().begin(), s.bytes().end()), data);
+  EXPECT_NE(s.data(), data.data());
+  s.setData(nullptr, 0);
+  EXPECT_EQ(s.data(), nullptr);
+  EXPECT_EQ(s.dataSize(), 0u);
+  EXPECT_EQ(s.size(), 0u);
+  // SHT_NOBITS keeps what it held and records that count.
+  s.setData(data.data(), data.size());
+  s.setType(kShtNobits);
+  s.setSize(4096);
+  const Bytes other = {9};
+  s.setData(other.data(), other.size());
+  EXPECT_EQ(s.size(), 3u);
+  EXPECT_EQ(Bytes(s.bytes().begin(), s.bytes().end()), data);
+}
+
+TEST(SectionTest, DataPointersSurviveAddingSectionsAndSegments) {
+  Image image;
+  Section& text = setText(image, {1, 2, 3, 4}, 4);
+  const uint8_t* p = text.data();
+  for (int i = 0; i < 100; ++i) {
+    image.addSection(".s" + std::to_string(i));
+    image.addSegment();
+  }
+  EXPECT_EQ(&image.section(2), &text);
+  EXPECT_EQ(text.data(), p);
+  EXPECT_EQ(p[3], 4);
+}
+
+TEST(SegmentTest, SectionListAndAlignment) {
+  Image image;
+  Segment& g = image.addSegment();
+  EXPECT_EQ(g.index(), 0u);
+  g.setAlign(0x1000);
+  EXPECT_EQ(g.addSectionIndex(5, 0x10), 1u);
+  EXPECT_EQ(g.align(), 0x1000u);
+  EXPECT_EQ(g.addSectionIndex(5, 0x4000), 2u);  // duplicates are kept
+  EXPECT_EQ(g.align(), 0x4000u);
+  EXPECT_EQ(g.sectionIndexAt(1), 5);
+  EXPECT_EQ(g.sectionIndexAt(2), 0xFFFF);
+  // Index 5 does not exist: save refuses instead of reading past the table.
+  EXPECT_FALSE(saveBytes(image));
+}
+
+// Segments laid out in order: offset-0 segments that were laid out before
+// move forward, and a segment contained in another comes after it.
+TEST(LayoutTest, NestedSegmentEndsAtItsLastMember) {
+  Image image;
+  image.setType(kEtExec);
+  Section& a = setSection(image, ".a", Bytes(0x20, 1));
+  Section& b = setSection(image, ".b", Bytes(0x10, 2));
+  a.setFlags(kShfAlloc);
+  b.setFlags(kShfAlloc);
+  Segment& inner = image.addSegment();
+  inner.setType(0x6474e552);  // PT_GNU_RELRO
+  inner.addSectionIndex(static_cast<uint16_t>(b.index()), 1);
+  Segment& outer = image.addSegment();
+  outer.setType(kPtLoad);
+  outer.setVirtualAddress(0x400000);
+  outer.setAlign(0x1000);
+  outer.addSectionIndex(static_cast<uint16_t>(a.index()), 1);
+  outer.addSectionIndex(static_cast<uint16_t>(b.index()), 1);
+  ASSERT_TRUE(saveBytes(image));
+  EXPECT_EQ(outer.offset(), 0x1000u);
+  EXPECT_EQ(a.offset(), 0x1000u);
+  EXPECT_EQ(a.address(), 0x400000u);
+  EXPECT_EQ(b.offset(), 0x1020u);
+  EXPECT_EQ(b.address(), 0x400020u);
+  EXPECT_EQ(outer.fileSize(), 0x30u);
+  EXPECT_EQ(inner.offset(), 0x1020u);
+  EXPECT_EQ(inner.fileSize(), 0x10u);
+  EXPECT_EQ(inner.memorySize(), 0x10u);
+}
+
+TEST(LayoutTest, SectionBelowSegmentAddressFailsTheSave) {
+  Image image;
+  Section& t = setText(image, {1, 2, 3, 4}, 4);
+  image.segment(0).setVirtualAddress(0x8000);
+  t.setAddress(0x10);  // below the segment: the file position would wrap
+  EXPECT_FALSE(saveBytes(image));
+  t.setAddress(0x8000 + 0x40);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(t.offset(), 0x1040u);
+}
+
+TEST(LayoutTest, OverlappingAddressesFailTheSave) {
+  Image image;
+  Section& t = setText(image, Bytes(16, 1), 4);
+  Section& u = setSection(image, ".u", Bytes(16, 2));
+  image.segment(0).addSectionIndex(static_cast<uint16_t>(u.index()), 1);
+  t.setAddress(0);
+  u.setAddress(8);
+  EXPECT_FALSE(saveBytes(image));
+  u.setAddress(16);
+  EXPECT_TRUE(saveBytes(image));
+}
+
+TEST(LayoutTest, OffsetsBeyondFourGibFailTheSave) {
+  Image image;
+  Section& t = setText(image, {1, 2, 3, 4}, 4);
+  t.setAddress(0xFFFFFF00);  // far above the segment's address 0
+  EXPECT_FALSE(saveBytes(image));
+  image.create(kClass64, kDataLsb);
+  Section& big = setSection(image, ".big", {1});
+  big.setSize(uint64_t{1} << 40);  // records far more than it holds
+  EXPECT_FALSE(saveBytes(image));
+  big.setSize(64);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  // Reserved but not held: the rest of the section reads as zero.
+  EXPECT_EQ((*saved)[big.offset()], 1);
+  EXPECT_EQ((*saved)[big.offset() + 1], 0);
+}
+
+TEST(LayoutTest, SmallStoredRecordSizesAreRaised) {
+  Image image;
+  setText(image, {1, 2, 3, 4}, 4);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  (*saved)[40] = 0;  // e_ehsize
+  (*saved)[42] = 4;  // e_phentsize
+  (*saved)[46] = 8;  // e_shentsize: sections are then not read at all
+  Image loaded;
+  EXPECT_FALSE(loaded.load(*saved));  // program headers need their size
+  (*saved)[42] = 32;
+  ASSERT_TRUE(loaded.load(*saved));
+  EXPECT_EQ(loaded.sectionCount(), 0u);
+  loaded.addSection(".n");
+  auto resaved = saveBytes(loaded);
+  ASSERT_TRUE(resaved);
+  EXPECT_EQ(loaded.header().ehsize, 52);
+  EXPECT_EQ(loaded.header().shentsize, 40);
+  Image reloaded;
+  ASSERT_TRUE(reloaded.load(*resaved));
+  EXPECT_EQ(reloaded.sectionCount(), 1u);
+  EXPECT_EQ(reloaded.segmentCount(), 1u);
+}
+
+// A stream that accepts nothing past a fixed number of bytes.
+class LimitedBuf : public std::stringbuf {
+ public:
+  explicit LimitedBuf(size_t limit) : limit_(limit) {}
+
+ protected:
+  std::streamsize xsputn(const char* s, std::streamsize n) override {
+    if (str().size() + static_cast<size_t>(n) > limit_) return 0;
+    return std::stringbuf::xsputn(s, n);
+  }
+
+ private:
+  size_t limit_;
+};
+
+TEST(WriteTest, StreamFailureAnywhereFailsTheSave) {
+  Image image;
+  setText(image, Bytes(64, 7), 4);
+  for (size_t limit : {0u, 10u, 60u, 4200u}) {
+    LimitedBuf buf(limit);
+    std::ostream out(&buf);
+    EXPECT_FALSE(image.save(out)) << limit;
+  }
+  std::ostringstream bad;
+  bad.setstate(std::ios::failbit);
+  EXPECT_FALSE(image.save(bad));
+}
+
+TEST(WriteTest, ClassAndByteOrderOfTheFields) {
+  Image image;
+  image.create(kClass64, kDataMsb);
+  image.setMachine(0x1234);
+  image.setEntry(0x0102030405060708);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  EXPECT_EQ((*saved)[18], 0x12);
+  EXPECT_EQ((*saved)[19], 0x34);
+  EXPECT_EQ((*saved)[24], 0x01);
+  EXPECT_EQ((*saved)[31], 0x08);
+  Image reloaded;
+  ASSERT_TRUE(reloaded.load(*saved));
+  EXPECT_EQ(reloaded.elfClass(), kClass64);
+  EXPECT_EQ(reloaded.encoding(), kDataMsb);
+  EXPECT_EQ(reloaded.machine(), 0x1234);
+  EXPECT_EQ(reloaded.entry(), 0x0102030405060708u);
+}
+
+}  // namespace
+}  // namespace engine
+}  // namespace zelk_elf
