@@ -1,0 +1,357 @@
+// Load rules for malformed and hostile input: what is refused, what is
+// tolerated, and that nothing reads out of bounds or hangs.
+#include <string>
+#include <vector>
+
+#include "engine/byte_order.h"
+#include "engine/image.h"
+#include "engine/records.h"
+#include "engine_test_util.h"
+#include "gtest/gtest.h"
+
+namespace zelk_elf {
+namespace engine {
+namespace {
+
+using namespace testing_util;
+
+// Builds 64-bit little-endian images by hand: header at 0, program headers
+// at 64, then whatever the test places.
+struct Builder {
+  Codec codec{false, true};
+  FileHeader h;
+  std::vector<SectionHeader> sections;
+  std::vector<SegmentHeader> segments;
+  Bytes body;  // placed at `body_at`
+  uint64_t body_at = 0x200;
+
+  Builder() {
+    h.ident = {0x7F, 'E', 'L', 'F', kClass64, kDataLsb, 1};
+    h.version = 1;
+    h.ehsize = 64;
+    h.phentsize = 56;
+    h.shentsize = 64;
+  }
+
+  Bytes build() {
+    h.phnum = static_cast<uint16_t>(segments.size());
+    h.phoff = segments.empty() ? 0 : 64;
+    h.shnum = static_cast<uint16_t>(sections.size());
+    if (h.shoff == 0 && !sections.empty()) h.shoff = body_at + body.size();
+    Bytes out(std::max<uint64_t>(body_at + body.size(),
+                                 h.shoff + 64 * sections.size()));
+    encodeFileHeader(codec, h, out.data());
+    for (size_t i = 0; i < segments.size(); ++i) {
+      encodeSegmentHeader(codec, segments[i], out.data() + 64 + 56 * i);
+    }
+    std::copy(body.begin(), body.end(), out.begin() + body_at);
+    for (size_t i = 0; i < sections.size(); ++i) {
+      encodeSectionHeader(codec, sections[i], out.data() + h.shoff + 64 * i);
+    }
+    return out;
+  }
+
+  // Null section, a string table and one data section.
+  static Builder basic() {
+    Builder b;
+    b.body = bytesOf(std::string("\0.shstrtab\0.data\0hello", 23));
+    b.sections.resize(3);
+    b.sections[1] = {1, kShtStrtab, 0, 0, 0x200, 17, 0, 0, 1, 0};
+    b.sections[2] = {11, kShtProgbits, kShfAlloc, 0x1000, 0x211, 6, 0, 0, 1, 0};
+    b.h.shstrndx = 1;
+    return b;
+  }
+};
+
+TEST(LoadRulesTest, IdentificationAndHeaderSize) {
+  Image image;
+  EXPECT_FALSE(image.load({}));
+  Bytes valid = Builder::basic().build();
+  ASSERT_TRUE(image.load(valid));
+  for (size_t n = 0; n < 64; ++n) {
+    EXPECT_FALSE(image.load(absl::MakeConstSpan(valid.data(), n))) << n;
+  }
+  Bytes bad = valid;
+  bad[1] = 'e';
+  EXPECT_FALSE(image.load(bad));
+  bad = valid;
+  bad[4] = 3;
+  EXPECT_FALSE(image.load(bad));
+  bad = valid;
+  bad[5] = 0;
+  EXPECT_FALSE(image.load(bad));
+  // A failed load leaves the previous contents in place.
+  EXPECT_EQ(image.sectionCount(), 3u);
+  EXPECT_EQ(image.section(2).name(), ".data");
+}
+
+TEST(LoadRulesTest, SectionTableRules) {
+  Builder b = Builder::basic();
+  Image image;
+  b.h.shentsize = 63;  // too small: no sections, still loads
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.sectionCount(), 0u);
+
+  b = Builder::basic();
+  Bytes bytes = b.build();
+  bytes.pop_back();  // last entry not wholly inside: refused
+  EXPECT_FALSE(image.load(bytes));
+
+  bytes = Builder::basic().build();
+  for (int i = 40; i < 48; ++i) bytes[i] = 0xFF;  // e_shoff: offsets wrap
+  EXPECT_FALSE(image.load(bytes));
+}
+
+TEST(LoadRulesTest, WiderEntriesUseTheirFirstBytes) {
+  Builder b = Builder::basic();
+  Bytes bytes = b.build();
+  // Re-lay the three entries 80 bytes apart.
+  Bytes wide(bytes.begin(), bytes.begin() + b.h.shoff);
+  for (int i = 0; i < 3; ++i) {
+    wide.insert(wide.end(), bytes.begin() + b.h.shoff + 64 * i,
+                bytes.begin() + b.h.shoff + 64 * (i + 1));
+    wide.insert(wide.end(), 16, 0xEE);
+  }
+  wide[58] = 80;  // e_shentsize
+  Image image;
+  ASSERT_TRUE(image.load(wide));
+  ASSERT_EQ(image.sectionCount(), 3u);
+  EXPECT_EQ(image.section(2).name(), ".data");
+  EXPECT_EQ(image.header().shentsize, 80);
+}
+
+TEST(LoadRulesTest, HeldBytesStopAtTheEndOfTheInput) {
+  Builder b = Builder::basic();
+  b.sections[2].size = 1000;  // runs past the end
+  b.sections.push_back({0, kShtProgbits, 0, 0, 1 << 20, 8, 0, 0, 1, 0});
+  b.sections.push_back({0, kShtNobits, 0, 0, 0x200, 4096, 0, 0, 1, 0});
+  b.sections.push_back({0, kShtProgbits, 0, 0, 0x200, 0, 0, 0, 1, 0});
+  b.h.shoff = 0x400;  // table after the body, so .data runs over it
+  Image image;
+  Bytes bytes = b.build();
+  ASSERT_TRUE(image.load(bytes));
+  const Section& data = image.section(2);
+  EXPECT_EQ(data.size(), 1000u);
+  EXPECT_EQ(data.dataSize(), bytes.size() - 0x211);
+  EXPECT_EQ(data.data()[0], 'h');
+  EXPECT_EQ(image.section(3).data(), nullptr);  // offset past the end
+  EXPECT_EQ(image.section(4).data(), nullptr);  // NOBITS
+  EXPECT_EQ(image.section(4).size(), 4096u);
+  EXPECT_EQ(image.section(5).data(), nullptr);  // size 0
+}
+
+TEST(LoadRulesTest, NameRules) {
+  Builder b = Builder::basic();
+  b.sections[2].name = 17;  // past the table's size
+  Image image;
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.section(2).name(), "");
+  EXPECT_EQ(image.section(1).name(), ".shstrtab");
+
+  b = Builder::basic();
+  b.sections[1].size = 16;  // ".data" no longer ends inside the table
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.section(2).name(), "");
+  EXPECT_EQ(image.section(1).name(), ".shstrtab");
+
+  for (uint16_t index : {0, 4, 0xFFFF}) {
+    b = Builder::basic();
+    b.h.shstrndx = index;
+    ASSERT_TRUE(image.load(b.build()));
+    EXPECT_EQ(image.section(1).name(), "");
+    EXPECT_EQ(image.section(2).name(), "");
+    EXPECT_EQ(image.addSection(".x").nameOffset(), 0u);
+  }
+
+  // The index of the next section: it becomes its own name table, as the
+  // name table of a new image does.
+  b = Builder::basic();
+  b.h.shstrndx = 3;
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.addSection(".x").nameOffset(), 1u);
+  EXPECT_EQ(image.section(3).size(), 4u);
+
+  b = Builder::basic();
+  b.sections[1].type = kShtNobits;  // a table that holds nothing
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.section(2).name(), "");
+  // Names still get offsets from the recorded size, but nothing is stored.
+  EXPECT_EQ(image.addSection(".x").nameOffset(), 17u);
+  EXPECT_EQ(image.section(1).dataSize(), 0u);
+}
+
+TEST(LoadRulesTest, AppendingToATruncatedTableFillsZeros) {
+  Builder b = Builder::basic();
+  b.sections[1].size = 0x40;  // the table claims bytes past the input
+  b.h.shoff = 0x300;
+  Bytes bytes = b.build();
+  bytes.resize(b.h.shoff + 3 * 64);
+  // The input ends inside the table: only part of it is held.
+  b.sections[1].offset = bytes.size() - 20;
+  bytes = b.build();
+  Image image;
+  ASSERT_TRUE(image.load(bytes));
+  Section& names = image.section(1);
+  ASSERT_EQ(names.dataSize(), 20u);
+  Section& added = image.addSection(".new");
+  EXPECT_EQ(added.nameOffset(), 0x40u);
+  ASSERT_EQ(names.dataSize(), 0x45u);
+  EXPECT_EQ(names.size(), 0x45u);
+  EXPECT_EQ(names.data()[19], bytes.back());
+  EXPECT_EQ(names.data()[20], 0);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(names.data()) + 0x40), ".new");
+
+  // Missing far more than any real table: no name is stored.
+  b.sections[1].size = uint64_t{1} << 40;
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.addSection(".new").nameOffset(), 0u);
+}
+
+TEST(LoadRulesTest, ProgramHeaderRules) {
+  Builder b = Builder::basic();
+  b.segments.push_back({kPtLoad, kPfR, 0x200, 0x1000, 0x1000, 0x20, 0x20, 0x1000});
+  Image image;
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.segmentCount(), 1u);
+
+  Builder small = b;
+  small.h.phentsize = 55;
+  EXPECT_FALSE(image.load(small.build()));
+
+  Builder outside = b;
+  outside.segments[0].offset = 1 << 20;  // contents outside the input
+  EXPECT_FALSE(image.load(outside.build()));
+  outside.segments[0].type = kPtNull;  // PT_NULL contents are not checked
+  EXPECT_TRUE(image.load(outside.build()));
+  outside.segments[0] = {kPtLoad, 0, ~uint64_t{0}, 0, 0, 2, 2, 0};  // wraps
+  EXPECT_FALSE(image.load(outside.build()));
+
+  Bytes bytes = b.build();
+  bytes[32] = 0;
+  bytes[33] = 0;
+  bytes[34] = 1;  // e_phoff 0x10000: the table lies outside the input
+  EXPECT_FALSE(image.load(bytes));
+}
+
+TEST(MembershipTest, AllocByAddressOthersByOffsetTlsApart) {
+  Builder b;
+  b.body = Bytes(0x100, 0xAB);
+  b.sections = {
+      {},
+      {0, kShtProgbits, kShfAlloc, 0x1000, 0x200, 0x10, 0, 0, 1, 0},
+      {0, kShtProgbits, 0, 0, 0x210, 0x10, 0, 0, 1, 0},
+      {0, kShtProgbits, kShfAlloc | kShfTls, 0x1020, 0x220, 0x10, 0, 0, 1, 0},
+      {0, kShtProgbits, kShfAlloc, 0x1100, 0x300, 0, 0, 0, 1, 0},  // at end
+      {0, kShtNobits, kShfAlloc, 0x1030, 0x230, 0x100, 0, 0, 1, 0},
+  };
+  b.segments = {
+      {kPtLoad, kPfR, 0x200, 0x1000, 0x1000, 0x100, 0x100, 0x1000},
+      {kPtTls, kPfR, 0x220, 0x1020, 0x1020, 0x10, 0x10, 0x10},
+      {kPtLoad, kPfR, 0, 0, 0, 0x100, 0x100, 0x1000},
+      {4 /* PT_NOTE */, kPfR, 0x200, 0x1000, 0x1000, 0, 0, 4},
+  };
+  Image image;
+  ASSERT_TRUE(image.load(b.build()));
+  EXPECT_EQ(image.segment(0).sectionIndexes(), (std::vector<uint16_t>{1, 2}));
+  EXPECT_EQ(image.segment(1).sectionIndexes(), (std::vector<uint16_t>{3}));
+  // Section 0 (offset 0, size 0) sits in every non-TLS segment at offset 0.
+  EXPECT_EQ(image.segment(2).sectionIndexes(), (std::vector<uint16_t>{0}));
+  EXPECT_TRUE(image.segment(3).sectionIndexes().empty());  // size 0
+}
+
+TEST(HostileTest, EveryPrefixOfValidImagesIsSafe) {
+  for (const char* name : {"real/hello_32", "real/asm64", "real/test_ppc.o"}) {
+    auto bytes = readFile(sharedDir() + "/corpus/" + name);
+    ASSERT_TRUE(bytes) << name;
+    for (size_t n = 0; n <= bytes->size(); n += (n < 600 ? 1 : 97)) {
+      Image image;
+      if (!image.load(absl::MakeConstSpan(bytes->data(), n))) continue;
+      for (size_t i = 0; i < image.sectionCount(); ++i) {
+        const Section& s = image.section(i);
+        if (s.dataSize() != 0) EXPECT_LE(s.offset() + s.dataSize(), n);
+      }
+      auto saved = saveBytes(image);
+      if (saved) {
+        Image again;
+        EXPECT_TRUE(again.load(*saved)) << name << " prefix " << n;
+      }
+    }
+  }
+}
+
+TEST(HostileTest, ExtremeFieldValues) {
+  const uint64_t values[] = {0,
+                             1,
+                             0x7FFFFFFF,
+                             0xFFFFFFFF,
+                             0x100000000,
+                             uint64_t{1} << 63,
+                             ~uint64_t{0} - 1,
+                             ~uint64_t{0}};
+  Builder base = Builder::basic();
+  base.segments.push_back(
+      {kPtLoad, kPfR, 0x200, 0x1000, 0x1000, 0x20, 0x20, 0x1000});
+  for (uint64_t v : values) {
+    for (int field = 0; field < 8; ++field) {
+      Builder b = base;
+      SectionHeader& s = b.sections[2];
+      SegmentHeader& g = b.segments[0];
+      switch (field) {
+        case 0: s.size = v; break;
+        case 1: s.offset = v; break;
+        case 2: s.addr = v; break;
+        case 3: s.addralign = v; break;
+        case 4: g.vaddr = v; break;
+        case 5: g.memsz = v; break;
+        case 6: g.align = v; break;
+        case 7: s.name = static_cast<uint32_t>(v); break;
+      }
+      Image image;
+      if (!image.load(b.build())) continue;
+      auto saved = saveBytes(image);
+      if (!saved) continue;
+      EXPECT_LE(saved->size(), 0x100000000u);
+      Image again;
+      EXPECT_TRUE(again.load(*saved)) << field << " " << v;
+    }
+  }
+}
+
+TEST(HostileTest, ManyOverlappingSectionsShareTheInput) {
+  // 65535 sections that all claim the body and name its first string.
+  auto build = [](size_t name_length) {
+    Builder b;
+    b.body = Bytes(name_length, 'x');
+    b.body.push_back(0);
+    b.sections.assign(0xFFFF, {0, kShtProgbits, 0, 0, 0x200, ~uint64_t{0},
+                               0, 0, 1, 0});
+    b.h.shstrndx = 1;
+    return b.build();
+  };
+  Bytes bytes = build(63);
+  Image image;
+  ASSERT_TRUE(image.load(bytes));
+  ASSERT_EQ(image.sectionCount(), 0xFFFFu);
+  EXPECT_EQ(image.section(5).data(), image.section(6).data());
+  EXPECT_EQ(image.section(5).dataSize(), bytes.size() - 0x200);
+  EXPECT_EQ(image.section(7).name(), std::string(63, 'x'));
+  // Names four times longer would copy the input several times over.
+  EXPECT_FALSE(image.load(build(255)));
+}
+
+TEST(HostileTest, MembershipWorkIsBounded) {
+  Builder b;
+  b.sections.assign(4096, {0, kShtProgbits, 0, 0, 0x40, 0, 0, 0, 1, 0});
+  b.segments.assign(4097, {kPtLoad, kPfR, 0, 0, 0, 0x40, 0x40, 0});
+  b.h.shoff = 64 + 56 * 4097;
+  Image image;
+  EXPECT_FALSE(image.load(b.build()));
+  b.segments.resize(4096);
+  ASSERT_TRUE(image.load(b.build()));
+  // Size 0 at the segment's end: member of none.
+  EXPECT_EQ(image.segment(0).sectionCount(), 0u);
+}
+
+}  // namespace
+}  // namespace engine
+}  // namespace zelk_elf
