@@ -1,8 +1,10 @@
 // Every way a command can fail: the exit code, the one line on stderr, no
 // stdout, and no output file (temporary or final) left behind.
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -250,6 +252,55 @@ TEST_F(ErrorTest, FailedEditKeepsTheOldOutput) {
   expectUsage({"edit", sample_, "-o", out_, "--machine", "x"}, "edit",
               "bad number 'x' for --machine (decimal or 0x hex expected)");
   EXPECT_EQ(readBytes(out_), old);
+}
+
+}  // namespace
+}  // namespace zelk_elf_test
+
+namespace zelk_elf_test {
+namespace {
+
+std::vector<std::string> corpusFiles(const std::string& folder) {
+  std::vector<std::string> files;
+  std::string dir = sharedDir() + "/corpus/" + folder;
+  if (DIR* d = ::opendir(dir.c_str())) {
+    while (dirent* entry = ::readdir(d)) {
+      std::string name = entry->d_name;
+      if (name[0] != '.') files.push_back(dir + "/" + name);
+    }
+    ::closedir(d);
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// Real and hostile images: every reading command either succeeds or
+// refuses with one line and exit code 1; none crashes.
+TEST(CorpusTest, ReadingCommandsNeverCrash) {
+  std::vector<std::string> files = corpusFiles("real");
+  std::vector<std::string> hostile = corpusFiles("hostile");
+  files.insert(files.end(), hostile.begin(), hostile.end());
+  ASSERT_GT(files.size(), 30u);
+  for (const std::string& file : files) {
+    for (std::vector<std::string> args :
+         {std::vector<std::string>{"check", file},
+          {"info", file},
+          {"info", file, "--json"},
+          {"debug", file, "--json"},
+          {"cfg", file, "--dot"}}) {
+      ToolResult result = runTool(args);
+      SCOPED_TRACE(args[0] + " " + file);
+      if (result.exit_code == 0) {
+        EXPECT_EQ(result.err, "");
+        EXPECT_FALSE(result.out.empty());
+      } else {
+        EXPECT_EQ(result.exit_code, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1)
+            << result.err;
+      }
+    }
+  }
 }
 
 }  // namespace
