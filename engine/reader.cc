@@ -45,16 +45,17 @@ bool readSections(const SharedInput& input, const Codec& codec,
   const size_t entry_size = codec.sectionHeaderSize();
   // An entry size below the record size leaves the image without sections.
   if (h.shnum == 0 || h.shentsize < entry_size) return true;
+  // A table that does not lie wholly inside the input is refused rather
+  // than padded with empty entries: a tiny file could otherwise claim 65535
+  // sections. Entries lie in ascending order, so checking the last suffices.
+  uint64_t last = 0;
+  if (!entryOffset(h.shoff, h.shnum - 1u, h.shentsize, &last) ||
+      !inside(last, entry_size, n)) {
+    return false;
+  }
   out.sections.reserve(h.shnum);
   for (uint64_t i = 0; i < h.shnum; ++i) {
-    uint64_t at = 0;
-    // A table that does not lie wholly inside the input is refused rather
-    // than padded with empty entries: a tiny file could otherwise claim
-    // 65535 sections.
-    if (!entryOffset(h.shoff, i, h.shentsize, &at) ||
-        !inside(at, entry_size, n)) {
-      return false;
-    }
+    const uint64_t at = h.shoff + i * h.shentsize;
     auto section = ImageInternals::makeSection(i, codec.wide());
     SectionState& s = ImageInternals::of(*section);
     s.header = decodeSectionHeader(codec, input->data() + at);
@@ -109,13 +110,14 @@ bool readSegments(const SharedInput& input, const Codec& codec,
       kMaxMembershipWork) {
     return false;
   }
+  uint64_t last = 0;
+  if (!entryOffset(h.phoff, h.phnum - 1u, h.phentsize, &last) ||
+      !inside(last, entry_size, n)) {
+    return false;
+  }
   out.segments.reserve(h.phnum);
   for (uint64_t i = 0; i < h.phnum; ++i) {
-    uint64_t at = 0;
-    if (!entryOffset(h.phoff, i, h.phentsize, &at) ||
-        !inside(at, entry_size, n)) {
-      return false;
-    }
+    const uint64_t at = h.phoff + i * h.phentsize;
     auto segment = ImageInternals::makeSegment(i, codec.wide());
     SegmentState& g = ImageInternals::of(*segment);
     g.header = decodeSegmentHeader(codec, input->data() + at);
