@@ -1,0 +1,75 @@
+// Handles, the version and the load refusals of the C interface.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "capi/capi_test_util.h"
+#include "gtest/gtest.h"
+
+namespace zelk_elf {
+namespace {
+
+using testing::loadHandle;
+using testing::readShared;
+using testing::ScopedHandle;
+
+TEST(HandlesTest, FreeAcceptsNull) { zelkELFFree(nullptr); }
+
+TEST(HandlesTest, Version) {
+  zelkELFVersion(nullptr, nullptr, nullptr, nullptr);
+  uint32_t major = 9, minor = 9, patch = 9;
+  const char* text = nullptr;
+  zelkELFVersion(&major, &minor, &patch, &text);
+  EXPECT_EQ(major, 1u);
+  EXPECT_EQ(minor, 2u);
+  EXPECT_EQ(patch, 0u);
+  ASSERT_NE(text, nullptr);
+  EXPECT_STREQ(text, "unknown");
+  const char* again = nullptr;
+  zelkELFVersion(nullptr, nullptr, nullptr, &again);
+  EXPECT_EQ(again, text);
+  uint32_t only_minor = 0;
+  zelkELFVersion(nullptr, &only_minor, nullptr, nullptr);
+  EXPECT_EQ(only_minor, 2u);
+}
+
+TEST(HandlesTest, NonImagesGiveNull) {
+  EXPECT_EQ(zelkELFLoad(nullptr, 0), nullptr);
+  const uint8_t text[] = "this is not an ELF image at all";
+  EXPECT_EQ(zelkELFLoad(text, sizeof(text)), nullptr);
+  const std::vector<uint8_t> image = readShared("corpus/real/hello_32");
+  EXPECT_EQ(zelkELFLoad(image.data(), 15), nullptr);
+}
+
+TEST(HandlesTest, TwoLoadsAreIndependent) {
+  const std::vector<uint8_t> image = readShared("corpus/real/hello_32");
+  zelkELFHandle first = zelkELFLoad(image.data(), image.size());
+  ScopedHandle second = loadHandle(image);
+  ASSERT_NE(first, nullptr);
+  ASSERT_TRUE(second);
+  EXPECT_NE(first, second.get());
+  zelkELFSetSection(first, ".text", nullptr, 0);
+  EXPECT_EQ(zelkELFGetSectionSize(first, ".text"), 0u);
+  zelkELFFree(first);
+  const zelkELFSection text = zelkELFGetSection(second.get(), ".text");
+  EXPECT_GT(text.size, 0u);
+  EXPECT_EQ(zelkELFGetSectionSize(second.get(), ".text"), text.size);
+}
+
+TEST(HandlesTest, InputBufferMayBeReleasedAfterLoad) {
+  std::vector<uint8_t> image = readShared("corpus/real/hello_32");
+  ScopedHandle handle = loadHandle(image);
+  ASSERT_TRUE(handle);
+  const zelkELFSection before = zelkELFGetSection(handle.get(), ".interp");
+  ASSERT_GT(before.size, 0u);
+  const std::string interp(reinterpret_cast<const char*>(before.data),
+                           before.size);
+  std::memset(image.data(), 0xEE, image.size());
+  image = std::vector<uint8_t>();
+  const zelkELFSection after = zelkELFGetSection(handle.get(), ".interp");
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(after.data), after.size),
+            interp);
+}
+
+}  // namespace
+}  // namespace zelk_elf
