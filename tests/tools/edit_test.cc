@@ -51,20 +51,39 @@ class EditTest : public ::testing::Test {
 TEST_F(EditTest, NewImageMatchesTheLibrary) {
   std::string code = dir_.file("code.bin");
   writeBytes(code, {0xde, 0xad, 0xbe, 0xef, 0x01});
-  std::vector<uint8_t> tool = edit(
-      {"--new", "--machine", "0x5a4b", "--type", "2", "--entry", "0x100",
-       "--set-text", "0011223344556677:16", "--set-comment", "first\n\nthird",
-       "--set-section", ".zelk.dbg.pmsize=00200000", "--verify-info",
-       "checked", "--set-section", "a=b=0102", "--set-text", "@" + code + ":8",
-       "--set-section", ".empty=", "--set-comment", ""});
+  std::vector<uint8_t> tool = edit({"--new",
+                                    "--machine",
+                                    "0x5a4b",
+                                    "--type",
+                                    "2",
+                                    "--entry",
+                                    "0x100",
+                                    "--set-text",
+                                    "0011223344556677:16",
+                                    "--set-comment",
+                                    "first\n\nthird",
+                                    "--set-section",
+                                    ".zelk.dbg.pmsize=00200000",
+                                    "--verify-info",
+                                    "checked",
+                                    "--set-section",
+                                    "a=b=0102",
+                                    "--set-text",
+                                    "@" + code + ":8",
+                                    "--set-section",
+                                    ".empty=",
+                                    "--set-comment",
+                                    ""});
 
   ELF elf;
   elf.setMachine(0x5a4b);
   elf.setType(2);
   elf.setEntry(0x100);
-  elf.setText(std::vector<uint8_t>{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77}, 16);
+  elf.setText(
+      std::vector<uint8_t>{0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77}, 16);
   elf.setCommentInfo({"first", "", "third"});
-  elf.setSection(".zelk.dbg.pmsize", std::vector<uint8_t>{0x00, 0x20, 0x00, 0x00});
+  elf.setSection(".zelk.dbg.pmsize",
+                 std::vector<uint8_t>{0x00, 0x20, 0x00, 0x00});
   elf.setVerifyInfo("checked");
   elf.setSection("a=b", std::vector<uint8_t>{0x01, 0x02});
   elf.setText(std::vector<uint8_t>{0xde, 0xad, 0xbe, 0xef, 0x01}, 8);
@@ -77,9 +96,9 @@ TEST_F(EditTest, LoadedImageMatchesTheLibrary) {
   std::string sample = dir_.file("sample.elf");
   ASSERT_EQ(runTool({"sample", "-o", sample}).exit_code, 0);
   std::vector<uint8_t> tool =
-      edit({sample, "--set-text", ":0x2000", "--set-comment", "one",
-            "--entry", "0x100000004", "--set-section",
-            ".zelk.dbg.swp=01000000", "--type", "1"});
+      edit({sample, "--set-text", ":0x2000", "--set-comment", "one", "--entry",
+            "0x100000004", "--set-section", ".zelk.dbg.swp=01000000", "--type",
+            "1"});
 
   ELF elf = loadFile(sample);
   elf.setText({}, 0x2000);
@@ -230,8 +249,10 @@ TEST_F(DebugValuesTest, NoDebugSectionsAtAll) {
 TEST_F(DebugValuesTest, StringsAreEscaped) {
   edit({"--new", "--set-section",
         ".zelk.dbg.spill="
-        "1000000002010400000000000000" "61220aff"
-        "2000000000000200000000000000" "c3a9"});
+        "1000000002010400000000000000"
+        "61220aff"
+        "2000000000000200000000000000"
+        "c3a9"});
   EXPECT_EQ(show({"debug", out_}),
             "debug id (.zelk.dbg.id): absent\n"
             "spill list (.zelk.dbg.spill): 2 entries\n"
@@ -259,7 +280,8 @@ TEST_F(DebugValuesTest, InfoOfA64BitExecutable) {
   std::string golden = std::string(ZELK_ELF_GOLDEN_DIR) + "/hello_64_info";
   if (std::getenv("ZELK_ELF_UPDATE_GOLDEN") != nullptr) {
     writeBytes(golden + ".txt", std::vector<uint8_t>(text.begin(), text.end()));
-    writeBytes(golden + ".json", std::vector<uint8_t>(json.begin(), json.end()));
+    writeBytes(golden + ".json",
+               std::vector<uint8_t>(json.begin(), json.end()));
   }
   EXPECT_EQ(text, readText(golden + ".txt"));
   EXPECT_EQ(json, readText(golden + ".json"));

@@ -78,8 +78,7 @@ TEST_F(ErrorTest, ReadingCommandsUsage) {
   expectUsage({"info", sample_, "--dot"}, "info", "unknown option '--dot'");
   expectUsage({"debug", sample_, "--dot"}, "debug", "unknown option '--dot'");
   expectUsage({"cfg", sample_, "--json"}, "cfg", "unknown option '--json'");
-  expectUsage({"check", sample_, "--json"}, "check",
-              "unknown option '--json'");
+  expectUsage({"check", sample_, "--json"}, "check", "unknown option '--json'");
 }
 
 TEST_F(ErrorTest, SampleUsage) {
@@ -89,7 +88,8 @@ TEST_F(ErrorTest, SampleUsage) {
   expectUsage({"sample", "--out", out_}, "sample", "unknown option '--out'");
   expectUsage({"sample", "-o", out_, "-o", out_}, "sample",
               "option '-o' given twice");
-  expectUsage({"sample", "-o", ""}, "sample", "empty output file name for '-o'");
+  expectUsage({"sample", "-o", ""}, "sample",
+              "empty output file name for '-o'");
 }
 
 TEST_F(ErrorTest, EditUsage) {
@@ -121,6 +121,9 @@ TEST_F(ErrorTest, EditBadNumbers) {
               "bad number '' for --entry" + hint);
   expectUsage({"edit", "--new", "-o", out_, "--entry", "18446744073709551616"},
               "edit", "bad number '18446744073709551616' for --entry" + hint);
+  // Quoted arguments with newlines still give one line.
+  expectUsage({"edit", "--new", "-o", out_, "--machine", "1\n2"}, "edit",
+              "bad number '1\\n2' for --machine" + hint);
   expectUsage({"edit", "--new", "-o", out_, "--machine", "0x10000"}, "edit",
               "number '0x10000' for --machine is out of range (at most 65535)");
   expectUsage({"edit", "--new", "-o", out_, "--type", "65536"}, "edit",
@@ -163,20 +166,23 @@ TEST_F(ErrorTest, UnreadableInputs) {
   if (::geteuid() != 0) {  // root reads everything
     std::string locked = writeFile("locked.elf", "x");
     ::chmod(locked.c_str(), 0);
-    expectFailure({"info", locked}, 1,
-                  "zelk-elf: info: cannot open '" + locked +
-                      "': Permission denied");
+    expectFailure(
+        {"info", locked}, 1,
+        "zelk-elf: info: cannot open '" + locked + "': Permission denied");
   }
 }
 
 TEST_F(ErrorTest, NotElfAndMalformedHeaders) {
   std::string text = writeFile("text.elf", "hello, this is not an image\n");
   std::string empty = writeFile("empty.elf", "");
-  std::string shortIdent = writeFile("short.elf", std::string("\x7f" "ELF\x01", 5));
-  std::string badClass = writeFile(
-      "class.elf", std::string("\x7f" "ELF\x03\x01\x01", 7) + std::string(57, '\0'));
-  std::string badOrder = writeFile(
-      "order.elf", std::string("\x7f" "ELF\x01\x03\x01", 7) + std::string(57, '\0'));
+  const std::string magic =
+      "\x7f"
+      "ELF";
+  std::string shortIdent = writeFile("short.elf", magic + "\x01");
+  std::string badClass =
+      writeFile("class.elf", magic + "\x03\x01\x01" + std::string(57, '\0'));
+  std::string badOrder =
+      writeFile("order.elf", magic + "\x01\x03\x01" + std::string(57, '\0'));
   std::vector<uint8_t> sample = readBytes(sample_);
   std::string truncated = writeFile(
       "truncated.elf", std::string(sample.begin(), sample.begin() + 100));
@@ -190,11 +196,12 @@ TEST_F(ErrorTest, NotElfAndMalformedHeaders) {
                   prefix + shortIdent +
                       "': malformed ELF header (only 5 bytes of "
                       "identification)");
-    expectFailure({command, badClass}, 1,
-                  prefix + badClass + "': malformed ELF header (unknown class 3)");
-    expectFailure({command, badOrder}, 1,
-                  prefix + badOrder +
-                      "': malformed ELF header (unknown byte order 3)");
+    expectFailure(
+        {command, badClass}, 1,
+        prefix + badClass + "': malformed ELF header (unknown class 3)");
+    expectFailure(
+        {command, badOrder}, 1,
+        prefix + badOrder + "': malformed ELF header (unknown byte order 3)");
     expectFailure({command, truncated}, 1,
                   prefix + truncated +
                       "': malformed ELF header or section/segment tables");
@@ -213,22 +220,26 @@ TEST_F(ErrorTest, MalformedDebugSections) {
   };
   const Case cases[] = {
       {".zelk.dbg.id", "", "at payload offset 0 (payload of 0 bytes)"},
-      {".zelk.dbg.swp", "010000000200", "at payload offset 4 (payload of 6 bytes)"},
+      {".zelk.dbg.swp", "010000000200",
+       "at payload offset 4 (payload of 6 bytes)"},
       {".zelk.dbg.cfg", "0100000002000000030000000400000001",
        "at payload offset 16 (payload of 17 bytes)"},
-      {".zelk.dbg.src", "00000000000000", "at payload offset 0 (payload of 7 bytes)"},
+      {".zelk.dbg.src", "00000000000000",
+       "at payload offset 0 (payload of 7 bytes)"},
       {".zelk.dbg.sym", "", "at payload offset 0 (payload of 0 bytes)"},
-      {".zelk.dbg.pmsize", "001000", "at payload offset 0 (payload of 3 bytes)"},
+      {".zelk.dbg.pmsize", "001000",
+       "at payload offset 0 (payload of 3 bytes)"},
       {".zelk.dbg.verifyinfo", "02000000000000",
        "at payload offset 0 (payload of 7 bytes)"},
   };
   for (const Case& c : cases) {
     std::string image = imageWithSection(c.section, c.hex);
-    std::string reason = std::string("': section ") + c.section +
-                         " fails to decode " + c.where;
+    std::string reason =
+        std::string("': section ") + c.section + " fails to decode " + c.where;
     for (const char* command : {"check", "info", "debug", "cfg"}) {
-      expectFailure({command, image}, 1,
-                    std::string("zelk-elf: ") + command + ": '" + image + reason);
+      expectFailure(
+          {command, image}, 1,
+          std::string("zelk-elf: ") + command + ": '" + image + reason);
     }
     expectFailure({"edit", image, "-o", out_}, 1,
                   "zelk-elf: edit: '" + image + reason);

@@ -46,7 +46,9 @@ class SampleTest : public ::testing::Test {
   std::string sample_ = dir_.file("sample.elf");
 };
 
-TEST_F(SampleTest, InfoText) { expectGolden("sample_info.txt", show({"info"})); }
+TEST_F(SampleTest, InfoText) {
+  expectGolden("sample_info.txt", show({"info"}));
+}
 
 TEST_F(SampleTest, InfoJson) {
   expectGolden("sample_info.json", show({"info", "--json"}));

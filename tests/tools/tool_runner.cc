@@ -83,8 +83,8 @@ ToolResult runTool(const std::vector<std::string>& args) {
   argv.push_back(nullptr);
 
   pid_t pid;
-  int spawned = posix_spawn(&pid, ZELK_ELF_TOOL, &actions, nullptr,
-                            argv.data(), environ);
+  int spawned =
+      posix_spawn(&pid, ZELK_ELF_TOOL, &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (spawned != 0) throw std::runtime_error("cannot start " ZELK_ELF_TOOL);
 

@@ -10,8 +10,10 @@ namespace cli {
 
 // Exit codes shared by every command.
 constexpr int kExitOk = 0;
-constexpr int kExitBadImage = 1;  // unreadable, not ELF, malformed, I/O failure
-constexpr int kExitUsage = 2;     // unknown option, missing argument, bad number
+// Unreadable, not ELF, malformed, or the output could not be written.
+constexpr int kExitBadImage = 1;
+// Unknown command or option, missing argument, bad number or data.
+constexpr int kExitUsage = 2;
 
 // Unwinds a command to main(), which prints the message on stderr.
 class CliError : public std::runtime_error {

@@ -51,7 +51,8 @@ void writeText(const ELF& elf, std::string* out) {
     return;
   }
   const auto& edges = elf.cfgInfo->edges;
-  absl::StrAppend(out, edges.size(), edges.size() == 1 ? " edge\n" : " edges\n");
+  absl::StrAppend(out, edges.size(),
+                  edges.size() == 1 ? " edge\n" : " edges\n");
   for (size_t i = 0; i < edges.size(); ++i) {
     absl::StrAppend(out, absl::StrFormat("  [%2u] ", i),
                     rangeLabel(std::get<0>(edges[i])), " -> ",

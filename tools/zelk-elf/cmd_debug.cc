@@ -21,7 +21,8 @@ constexpr char kHelp[] =
     "Shows the compiler's debug information decoded from the nine\n"
     ".zelk.dbg. sections: debug id, spill list, SWP list, CFG edges, source\n"
     "map, symbol map, PM size, verify info and latency list. A value is\n"
-    "\"absent\" when its section is missing and \"present but empty\" when the\n"
+    "\"absent\" when its section is missing and \"present but empty\" when "
+    "the\n"
     "section holds an empty list, map or text. Map keys are sorted.\n"
     "\n"
     "  --json   machine-readable output (schema 1, see docs/cli.md)\n"
@@ -90,8 +91,8 @@ void writeText(const ELF& elf, std::string* out) {
     TextTable table({false, false, false, false});
     table.addRow({"[Nr]", "First block", "", "Second block"});
     for (size_t i = 0; i < cfg->edges.size(); ++i) {
-      table.addRow({rowNumber(i), rangeLabel(std::get<0>(cfg->edges[i])),
-                    "->", rangeLabel(std::get<1>(cfg->edges[i]))});
+      table.addRow({rowNumber(i), rangeLabel(std::get<0>(cfg->edges[i])), "->",
+                    rangeLabel(std::get<1>(cfg->edges[i]))});
     }
     absl::StrAppend(out, table.render("  "));
   }
@@ -101,8 +102,7 @@ void writeText(const ELF& elf, std::string* out) {
               src ? src->size() : 0, "source", "sources")) {
     for (const auto* entry : sortedEntries(*src)) {
       absl::StrAppend(out, "  ", quoteText(entry->first), ": ",
-                      counted(entry->second.size(), "string", "strings"),
-                      "\n");
+                      counted(entry->second.size(), "string", "strings"), "\n");
       for (size_t i = 0; i < entry->second.size(); ++i) {
         absl::StrAppend(out, "    ", rowNumber(i), " ",
                         quoteText(entry->second[i]), "\n");
@@ -124,8 +124,8 @@ void writeText(const ELF& elf, std::string* out) {
 
   absl::StrAppend(out, "PM size (.zelk.dbg.pmsize): ");
   if (elf.pmSize) {
-    absl::StrAppend(out, *elf.pmSize, " (", absl::StrFormat("0x%x", *elf.pmSize),
-                    ")\n");
+    absl::StrAppend(out, *elf.pmSize, " (",
+                    absl::StrFormat("0x%x", *elf.pmSize), ")\n");
   } else {
     absl::StrAppend(out, "absent\n");
   }

@@ -108,8 +108,8 @@ EditArgs parseEditArgs(const std::vector<std::string>& args) {
       continue;
     }
     static const char* const kWithValue[] = {
-        "-o",        "--set-section", "--set-text",   "--set-comment",
-        "--machine", "--type",        "--entry",      "--verify-info"};
+        "-o",        "--set-section", "--set-text", "--set-comment",
+        "--machine", "--type",        "--entry",    "--verify-info"};
     if (std::find(std::begin(kWithValue), std::end(kWithValue), arg) ==
         std::end(kWithValue)) {
       throw usageError(absl::StrCat("unknown option '", arg, "'"));
@@ -130,8 +130,8 @@ EditArgs parseEditArgs(const std::vector<std::string>& args) {
     } else if (arg == "--set-comment") {
       parsed.operations.push_back(setCommentOp(value));
     } else if (arg == "--machine") {
-      auto machine = static_cast<uint16_t>(
-          parseNumberArg(value, 0xffff, "--machine"));
+      auto machine =
+          static_cast<uint16_t>(parseNumberArg(value, 0xffff, "--machine"));
       parsed.operations.push_back(
           [machine](ELF& elf) { elf.setMachine(machine); });
     } else if (arg == "--type") {

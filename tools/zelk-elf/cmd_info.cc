@@ -62,18 +62,16 @@ void writeText(const ELF& elf, const engine::Image& image, std::string* out) {
   absl::StrAppend(out, "\nSections (", image.sectionCount(), "):\n");
   TextTable sections(
       {false, false, false, false, false, false, false, false, true});
-  sections.addRow({"[Nr]", "Name", "Type", "Flags", "Address", "Offset",
-                   "Size", "Held", "Align"});
+  sections.addRow({"[Nr]", "Name", "Type", "Flags", "Address", "Offset", "Size",
+                   "Held", "Align"});
   for (size_t i = 0; i < image.sectionCount(); ++i) {
     const engine::Section& s = image.section(i);
-    sections.addRow({absl::StrFormat("[%2u]", i), s.name(),
-                     sectionTypeName(s.type()).short_name,
-                     sectionFlagLetters(s.flags()),
-                     absl::StrFormat("%0*x", address_digits, s.address()),
-                     absl::StrFormat("%06x", s.offset()),
-                     absl::StrFormat("%06x", s.size()),
-                     absl::StrFormat("%06x", s.dataSize()),
-                     absl::StrCat(s.addrAlign())});
+    sections.addRow(
+        {absl::StrFormat("[%2u]", i), s.name(),
+         sectionTypeName(s.type()).short_name, sectionFlagLetters(s.flags()),
+         absl::StrFormat("%0*x", address_digits, s.address()),
+         absl::StrFormat("%06x", s.offset()), absl::StrFormat("%06x", s.size()),
+         absl::StrFormat("%06x", s.dataSize()), absl::StrCat(s.addrAlign())});
   }
   absl::StrAppend(out, sections.render("  "));
   absl::StrAppend(
@@ -95,18 +93,15 @@ void writeText(const ELF& elf, const engine::Image& image, std::string* out) {
       for (uint16_t index : g.sectionIndexes()) {
         names.push_back(sectionNameAt(image, index));
       }
-      segments.addRow({absl::StrFormat("[%2u]", i),
-                       segmentTypeName(g.type()).short_name,
-                       absl::StrFormat("%06x", g.offset()),
-                       absl::StrFormat("%0*x", address_digits,
-                                       g.virtualAddress()),
-                       absl::StrFormat("%0*x", address_digits,
-                                       g.physicalAddress()),
-                       absl::StrFormat("%06x", g.fileSize()),
-                       absl::StrFormat("%06x", g.memorySize()),
-                       segmentFlagLetters(g.flags()),
-                       absl::StrFormat("0x%x", g.align()),
-                       absl::StrJoin(names, " ")});
+      segments.addRow(
+          {absl::StrFormat("[%2u]", i), segmentTypeName(g.type()).short_name,
+           absl::StrFormat("%06x", g.offset()),
+           absl::StrFormat("%0*x", address_digits, g.virtualAddress()),
+           absl::StrFormat("%0*x", address_digits, g.physicalAddress()),
+           absl::StrFormat("%06x", g.fileSize()),
+           absl::StrFormat("%06x", g.memorySize()),
+           segmentFlagLetters(g.flags()), absl::StrFormat("0x%x", g.align()),
+           absl::StrJoin(names, " ")});
     }
     absl::StrAppend(out, segments.render("  "));
   }
@@ -226,7 +221,8 @@ int runInfo(const std::vector<std::string>& args, std::string* out) {
   engine::Image image;
   if (!image.load(file.bytes)) {
     // ELF::load accepted these bytes, so this only happens on exhaustion.
-    throw imageError(absl::StrCat("'", parsed.file, "': the image does not load"));
+    throw imageError(
+        absl::StrCat("'", parsed.file, "': the image does not load"));
   }
   if (parsed.has("--json")) {
     writeJson(file.elf, image, out);

@@ -45,7 +45,8 @@ int runSample(const std::vector<std::string>& args, std::string* out) {
   ELF elf = makeSampleImage();
   absl::optional<ELF::Image> saved = elf.save();
   if (!saved) throw imageError("the library could not save the sample image");
-  writeFileAtomically(output, absl::MakeConstSpan(saved->data(), saved->size()));
+  writeFileAtomically(output,
+                      absl::MakeConstSpan(saved->data(), saved->size()));
   return kExitOk;
 }
 

@@ -21,10 +21,8 @@ ValueName lookup(const NamedValue (&table)[N], uint64_t value) {
 }
 
 constexpr NamedValue kFileTypes[] = {
-    {0, "NONE", "none"},
-    {1, "REL", "relocatable"},
-    {2, "EXEC", "executable"},
-    {3, "DYN", "shared_object"},
+    {0, "NONE", "none"},       {1, "REL", "relocatable"},
+    {2, "EXEC", "executable"}, {3, "DYN", "shared_object"},
     {4, "CORE", "core"},
 };
 
@@ -74,11 +72,11 @@ struct FlagBit {
 };
 
 constexpr FlagBit kSectionFlags[] = {
-    {0x1, 'W', "write"},           {0x2, 'A', "allocate"},
-    {0x4, 'X', "execute"},         {0x10, 'M', "merge"},
-    {0x20, 'S', "strings"},        {0x40, 'I', "info_link"},
-    {0x80, 'L', "link_order"},     {0x100, 'O', "os_nonconforming"},
-    {0x200, 'G', "group"},         {0x400, 'T', "thread_local"},
+    {0x1, 'W', "write"},        {0x2, 'A', "allocate"},
+    {0x4, 'X', "execute"},      {0x10, 'M', "merge"},
+    {0x20, 'S', "strings"},     {0x40, 'I', "info_link"},
+    {0x80, 'L', "link_order"},  {0x100, 'O', "os_nonconforming"},
+    {0x200, 'G', "group"},      {0x400, 'T', "thread_local"},
     {0x800, 'C', "compressed"},
 };
 
@@ -88,12 +86,8 @@ constexpr FlagBit kSegmentFlags[] = {
 }  // namespace
 
 ValueName fileTypeName(uint16_t type) { return lookup(kFileTypes, type); }
-ValueName sectionTypeName(uint32_t type) {
-  return lookup(kSectionTypes, type);
-}
-ValueName segmentTypeName(uint32_t type) {
-  return lookup(kSegmentTypes, type);
-}
+ValueName sectionTypeName(uint32_t type) { return lookup(kSectionTypes, type); }
+ValueName segmentTypeName(uint32_t type) { return lookup(kSegmentTypes, type); }
 
 std::string sectionFlagLetters(uint64_t flags) {
   std::string letters;

@@ -33,15 +33,13 @@ absl::optional<std::string> explainLoadFailure(
   }
   engine::Image image;
   if (!image.load(bytes)) {
-    return std::string(
-        "malformed ELF header or section/segment tables");
+    return std::string("malformed ELF header or section/segment tables");
   }
   if (absl::optional<DebugDecodeFailure> failure =
           diagnoseDebugSections(image)) {
     return absl::StrCat("section ", failure->section,
-                        " fails to decode at payload offset ",
-                        failure->offset, " (payload of ",
-                        failure->payload_size, " bytes)");
+                        " fails to decode at payload offset ", failure->offset,
+                        " (payload of ", failure->payload_size, " bytes)");
   }
   if (!ELF::load(bytes)) return std::string("the image does not load");
   return absl::nullopt;

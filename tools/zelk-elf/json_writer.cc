@@ -36,6 +36,19 @@ size_t utf8SequenceLength(absl::string_view text, size_t i) {
   return length;
 }
 
+// The two-character escape JSON has for `c`, or null.
+const char* shortEscape(uint8_t c) {
+  static constexpr struct {
+    char c;
+    const char* escape;
+  } kEscapes[] = {{'"', "\\\""}, {'\\', "\\\\"}, {'\n', "\\n"}, {'\r', "\\r"},
+                  {'\t', "\\t"}, {'\b', "\\b"},  {'\f', "\\f"}};
+  for (const auto& entry : kEscapes) {
+    if (entry.c == static_cast<char>(c)) return entry.escape;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 std::string jsonQuote(absl::string_view text) {
@@ -53,20 +66,12 @@ std::string jsonQuote(absl::string_view text) {
       }
       continue;
     }
-    switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      case '\b': out += "\\b"; break;
-      case '\f': out += "\\f"; break;
-      default:
-        if (c < 0x20 || c == 0x7f) {
-          absl::StrAppendFormat(&out, "\\u%04x", c);
-        } else {
-          out.push_back(static_cast<char>(c));
-        }
+    if (const char* escape = shortEscape(c)) {
+      out += escape;
+    } else if (c < 0x20 || c == 0x7f) {
+      absl::StrAppendFormat(&out, "\\u%04x", c);
+    } else {
+      out.push_back(static_cast<char>(c));
     }
     ++i;
   }

@@ -7,6 +7,7 @@
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
+#include "absl/strings/str_replace.h"
 #include "tools/zelk-elf/cli_error.h"
 #include "tools/zelk-elf/command.h"
 
@@ -14,9 +15,9 @@ namespace zelk_elf {
 namespace cli {
 namespace {
 
-const Command* const kCommands[] = {&kInfoCommand,  &kDebugCommand,
-                                    &kCfgCommand,   &kCheckCommand,
-                                    &kEditCommand,  &kSampleCommand};
+const Command* const kCommands[] = {&kInfoCommand, &kDebugCommand,
+                                    &kCfgCommand,  &kCheckCommand,
+                                    &kEditCommand, &kSampleCommand};
 
 std::string generalHelp() {
   std::string text =
@@ -43,8 +44,15 @@ bool writeAll(std::FILE* stream, const std::string& text) {
          std::fflush(stream) == 0;
 }
 
+// Errors take one line even when they quote arguments holding newlines.
+void printError(const std::string& message) {
+  std::string line =
+      absl::StrReplaceAll(message, {{"\n", "\\n"}, {"\r", "\\r"}});
+  writeAll(stderr, absl::StrCat("zelk-elf: ", line, "\n"));
+}
+
 int fail(const std::string& message) {
-  writeAll(stderr, absl::StrCat("zelk-elf: ", message, "\n"));
+  printError(message);
   return kExitUsage;
 }
 
@@ -60,8 +68,8 @@ int run(int argc, char** argv) {
     if (name == candidate->name) command = candidate;
   }
   if (command == nullptr) {
-    return fail(absl::StrCat("unknown command '", name,
-                             "' (see 'zelk-elf --help')"));
+    return fail(
+        absl::StrCat("unknown command '", name, "' (see 'zelk-elf --help')"));
   }
 
   std::vector<std::string> args(argv + 2, argv + argc);
@@ -70,19 +78,18 @@ int run(int argc, char** argv) {
   try {
     code = command->run(args, &out);
   } catch (const CliError& error) {
-    std::string message = absl::StrCat("zelk-elf: ", name, ": ", error.what());
+    std::string message = absl::StrCat(name, ": ", error.what());
     if (error.exitCode() == kExitUsage) {
       absl::StrAppend(&message, " (see 'zelk-elf ", name, " --help')");
     }
-    writeAll(stderr, message + "\n");
+    printError(message);
     return error.exitCode();
   } catch (const std::bad_alloc&) {
-    writeAll(stderr, absl::StrCat("zelk-elf: ", name, ": out of memory\n"));
+    printError(absl::StrCat(name, ": out of memory"));
     return kExitBadImage;
   }
   if (!writeAll(stdout, out)) {
-    writeAll(stderr, absl::StrCat("zelk-elf: ", name,
-                                  ": cannot write to standard output\n"));
+    printError(absl::StrCat(name, ": cannot write to standard output"));
     return kExitBadImage;
   }
   return code;

@@ -7,23 +7,36 @@
 
 namespace zelk_elf {
 namespace cli {
+namespace {
+
+// The C escape used for `c` when it has a short one, or null.
+const char* shortEscape(uint8_t c) {
+  static constexpr struct {
+    char c;
+    const char* escape;
+  } kEscapes[] = {{'"', "\\\""},
+                  {'\\', "\\\\"},
+                  {'\n', "\\n"},
+                  {'\t', "\\t"},
+                  {'\r', "\\r"}};
+  for (const auto& entry : kEscapes) {
+    if (entry.c == static_cast<char>(c)) return entry.escape;
+  }
+  return nullptr;
+}
+
+}  // namespace
 
 std::string quoteText(absl::string_view text) {
   std::string out = "\"";
   for (char ch : text) {
     uint8_t c = static_cast<uint8_t>(ch);
-    switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '\r': out += "\\r"; break;
-      default:
-        if (c < 0x20 || c >= 0x7f) {
-          absl::StrAppendFormat(&out, "\\x%02x", c);
-        } else {
-          out.push_back(ch);
-        }
+    if (const char* escape = shortEscape(c)) {
+      out += escape;
+    } else if (c < 0x20 || c >= 0x7f) {
+      absl::StrAppendFormat(&out, "\\x%02x", c);
+    } else {
+      out.push_back(ch);
     }
   }
   out += "\"";
