@@ -1,6 +1,8 @@
 // zelk-elf edit: apply library calls to an image in command-line order, then
 // save it.
+#include <algorithm>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,27 +56,27 @@ struct EditArgs {
   std::vector<Operation> operations;
 };
 
-Operation setSectionOp(absl::string_view spec) {
-  size_t split = spec.rfind('=');
+Operation setSectionOp(absl::string_view value) {
+  size_t split = value.rfind('=');
   if (split == absl::string_view::npos) {
-    throw usageError(absl::StrCat("bad value '", spec,
+    throw usageError(absl::StrCat("bad value '", value,
                                   "' for --set-section (NAME=DATA expected)"));
   }
-  std::string name(spec.substr(0, split));
+  std::string name(value.substr(0, split));
   std::vector<uint8_t> data =
-      parseDataArg(spec.substr(split + 1), "--set-section");
+      parseDataArg(value.substr(split + 1), "--set-section");
   return [name, data](ELF& elf) { elf.setSection(name, data); };
 }
 
-Operation setTextOp(absl::string_view spec) {
+Operation setTextOp(absl::string_view value) {
   uint64_t align = 4;
-  size_t split = spec.rfind(':');
+  size_t split = value.rfind(':');
   if (split != absl::string_view::npos) {
-    align = parseNumberArg(spec.substr(split + 1), 0xffffffffu,
+    align = parseNumberArg(value.substr(split + 1), 0xffffffffu,
                            "the alignment of --set-text");
-    spec = spec.substr(0, split);
+    value = value.substr(0, split);
   }
-  std::vector<uint8_t> code = parseDataArg(spec, "--set-text");
+  std::vector<uint8_t> code = parseDataArg(value, "--set-text");
   auto alignment = static_cast<unsigned int>(align);
   return [code, alignment](ELF& elf) { elf.setText(code, alignment); };
 }
