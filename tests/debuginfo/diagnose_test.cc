@@ -51,7 +51,7 @@ TEST(DiagnoseTest, PointsAtTheFieldThatCouldNotBeRead) {
       {".zelk.dbg.pmsize", B({1, 2, 3}), 0},
       {".zelk.dbg.verifyinfo", Cat({U64(3), B({1})}), 0},
       // An impossible entry count is reported at the count.
-      {".zelk.dbg.src", Cat({U64(1ull << 62), Bytes(16, 0)}), 0},
+      {".zelk.dbg.src", Cat({U64((1ull << 62) + (1u << 30)), Bytes(16, 0)}), 0},
       // The second string of an entry's list is cut short.
       {".zelk.dbg.src", Cat({U64(1), Str("k"), U64(2), Str("x"), U64(5), B({1})}), 34},
       // The addr of the second symbol is cut short.

@@ -1,6 +1,8 @@
 // Wire rules of the scalar, string and container codecs, in exact bytes,
 // including hostile counts and lengths.
 #include <cstdint>
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -8,9 +10,37 @@
 #include "gtest/gtest.h"
 #include "serialize/codec_test_util.h"
 
+// Counts heap bytes requested, so hostile counts can be shown to allocate
+// nothing.
+static size_t g_heap_bytes = 0;
+
+void* operator new(size_t n) {
+  g_heap_bytes += n;
+  if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
+  throw std::bad_alloc();
+}
+// GCC cannot see that this pair matches the replaced operator new.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, size_t) noexcept { std::free(p); }
+
 namespace {
 
 using namespace zelk_test;
+
+// Heap bytes requested while decoding `in` as T.
+template <typename T>
+size_t HeapBytesToDecode(const Bytes& in) {
+  tolva_lib::io::MemReader r(in.data(), in.size());
+  Dec d(r);
+  const size_t before = g_heap_bytes;
+  auto res = tolva_lib::serialize::Decodable<T>::decode(d);
+  const size_t used = g_heap_bytes - before;
+  EXPECT_TRUE(res.isErr());
+  return used;
+}
 using tolva_lib::io::MemReader;
 using tolva_lib::io::MemWriter;
 using StrList = std::vector<std::string>;
@@ -134,7 +164,7 @@ TEST(ListCodecTest, HostileCounts) {
   // More strings claimed than 8-byte lengths could fit: refused at once.
   EXPECT_FALSE(Decode<StrList>(Cat({U64(3), Str(""), Str("")}), &left));
   EXPECT_EQ(left, 0u);
-  EXPECT_FALSE(Decode<StrList>(Cat({U64(1ull << 62), Str("x")})));
+  EXPECT_FALSE(Decode<StrList>(Cat({U64((1ull << 62) + (1u << 30)), Str("x")})));
   EXPECT_FALSE(Decode<StrList>(Cat({U64(~0ull), Str("x")})));
   // Enough bytes for the count, but an element is malformed.
   EXPECT_FALSE(Decode<StrList>(Cat({U64(2), Str("a"), U64(100), B({1})})));
@@ -194,9 +224,20 @@ TEST(MapCodecTest, ZeroCountLeavesTheRestUnread) {
 
 TEST(MapCodecTest, HostileCounts) {
   size_t left = 99;
-  // 2^62 entries in 16 bytes: refused before any reservation.
-  EXPECT_FALSE(Decode<StrMap>(Cat({U64(1ull << 62), Bytes(16, 0)}), &left));
+  // About 2^62 entries in 16 bytes: refused before any reservation (the low
+  // 32 bits, 2^30, are just as impossible).
+  EXPECT_FALSE(Decode<StrMap>(Cat({U64((1ull << 62) + (1u << 30)), Bytes(16, 0)}), &left));
   EXPECT_EQ(left, 0u);
+  // Exactly 2^62: refused where size_t has 64 bits; a count of 0 where it
+  // has 32, which leaves the 16 bytes unread.
+  auto exact = Decode<StrMap>(Cat({U64(1ull << 62), Bytes(16, 0)}), &left);
+  if (sizeof(size_t) == 4) {
+    EXPECT_EQ(exact, StrMap());
+    EXPECT_EQ(left, 16u);
+  } else {
+    EXPECT_FALSE(exact);
+    EXPECT_EQ(left, 0u);
+  }
   EXPECT_FALSE(Decode<StrMap>(Cat({U64(~0ull), Bytes(16, 0)})));
   EXPECT_FALSE(Decode<StrMap>(Cat({U64(0xFFFFFFFFull), Bytes(16, 0)})));
   // One entry more than present.
@@ -206,6 +247,15 @@ TEST(MapCodecTest, HostileCounts) {
   // Short count.
   EXPECT_FALSE(Decode<StrMap>(B({0, 0, 0, 0, 0, 0, 0})));
   EXPECT_FALSE(Decode<StrMap>(Bytes()));
+}
+
+TEST(MapCodecTest, ImpossibleCountsAllocateNothing) {
+  for (uint64_t n : {(1ull << 62) + (1u << 30), ~0ull, 0xFFFFFFFFull, 2ull}) {
+    EXPECT_EQ(HeapBytesToDecode<StrMap>(Cat({U64(n), Bytes(16, 0)})), 0u) << n;
+    EXPECT_EQ(HeapBytesToDecode<StrList>(Cat({U64(n), Bytes(8, 0)})), 0u) << n;
+  }
+  // A string length beyond the input is refused before its buffer exists.
+  EXPECT_EQ(HeapBytesToDecode<std::string>(Cat({U64(1ull << 40), Bytes(64, 0)})), 0u);
 }
 
 TEST(MapCodecTest, CountsAbove32BitsUseTheLowBitsOn32BitTargets) {
