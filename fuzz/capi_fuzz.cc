@@ -18,7 +18,8 @@ namespace {
 using zelk_elf::ELF;
 
 // Saving lays sections out at their own alignment and, inside segments, at
-// their recorded distances; a hostile image can claim gigabytes there. Such
+// the distances their addresses give; a hostile image can claim gigabytes
+// there. Such
 // outputs are legitimate, but too big to produce on every run.
 constexpr uint64_t kMaxSavedBytes = uint64_t{64} << 20;
 
@@ -46,6 +47,13 @@ uint64_t saveBound(const ELF& elf) {
     add(g.align());
     add(g.offset());
     add(g.fileSize());
+    // A section inside a segment goes to the file position that matches
+    // its address.
+    for (uint16_t index : g.sectionIndexes()) {
+      if (index >= image.sectionCount()) continue;
+      const uint64_t address = image.section(index).address();
+      if (address > g.virtualAddress()) add(address - g.virtualAddress());
+    }
   }
   return total;
 }

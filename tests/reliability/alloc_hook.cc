@@ -95,10 +95,13 @@ void warmUpFailurePath() {
   disarm();
 }
 
-bool hookActive() {
+bool newHooked() {
+  // Called through a pointer so that the call cannot be inlined past a
+  // tool's redirection of the symbol.
+  void* (*volatile allocate)(size_t) = &::operator new;
+  void (*volatile release)(void*) noexcept = &::operator delete;
   const uint64_t before = g_attempts;
-  void* p = ::operator new(1);
-  ::operator delete(p);
+  release(allocate(1));
   return g_attempts != before;
 }
 

@@ -38,9 +38,9 @@ bool disarm();
 // exception thrown allocates), so that sweeps measure only the library.
 void warmUpFailurePath();
 
-// Whether the hook intercepts anything at all in this binary (false when a
-// tool such as valgrind took the allocator over).
-bool hookActive();
+// Whether operator new reaches the hook. Valgrind puts its own in place,
+// so only the malloc family can be failed under it.
+bool newHooked();
 
 }  // namespace testing
 }  // namespace zelk_elf
