@@ -329,12 +329,14 @@ class LimitedBuf : public std::stringbuf {
 
  protected:
   std::streamsize xsputn(const char* s, std::streamsize n) override {
-    if (str().size() + static_cast<size_t>(n) > limit_) return 0;
+    written_ += static_cast<size_t>(n);
+    if (written_ > limit_) return 0;
     return std::stringbuf::xsputn(s, n);
   }
 
  private:
   size_t limit_;
+  size_t written_ = 0;
 };
 
 TEST(WriteTest, StreamFailureAnywhereFailsTheSave) {
@@ -348,6 +350,18 @@ TEST(WriteTest, StreamFailureAnywhereFailsTheSave) {
   std::ostringstream bad;
   bad.setstate(std::ios::failbit);
   EXPECT_FALSE(image.save(bad));
+}
+
+// Found by fuzzing: a legal layout that places a section 2 GiB into its
+// segment. Saving into a sink that refuses large output fails at once.
+TEST(WriteTest, HugeButLegalGapFailsOnABoundedSink) {
+  Image image;
+  Section& t = setText(image, {1, 2, 3, 4}, 4);
+  t.setAddress(0x80000000);
+  LimitedBuf buf(1 << 20);
+  std::ostream out(&buf);
+  EXPECT_FALSE(image.save(out));
+  EXPECT_EQ(t.offset(), 0x80001000u);
 }
 
 TEST(WriteTest, ClassAndByteOrderOfTheFields) {
