@@ -72,6 +72,14 @@ TEST(SetTextTest, RelocatableImageGetsNoSegment) {
   EXPECT_EQ(imageOf(elf).segmentCount(), 0u);
   EXPECT_EQ(bytesOf(*elf.text), hexBytes("0102"));
 
+  // A segment listing .text changes nothing either.
+  ELF listed;
+  listed.setText(hexBytes("01"), 4);
+  ASSERT_EQ(imageOf(listed).segmentCount(), 1u);
+  listed.setType(engine::kEtRel);
+  listed.setText(hexBytes("02"), 4);
+  EXPECT_EQ(imageOf(listed).segmentCount(), 1u);
+
   absl::optional<ELF> object = ELF::load(readShared("corpus/real/hello_32.o"));
   ASSERT_TRUE(object.has_value());
   ASSERT_EQ(object->getType(), engine::kEtRel);
