@@ -54,7 +54,9 @@ bool writeSection(const char* name, const T& value, engine::Image& image) {
   section->setType(engine::kShtProgbits);
   section->setData(payload.data(), payload.size());
   section->setAddrAlign(1);
-  return true;
+  // The engine empties a section whose copy could not be allocated; saving
+  // on would hand out an image whose debug section no longer decodes.
+  return section->dataSize() == payload.size();
 }
 
 template <typename T>
