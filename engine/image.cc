@@ -230,42 +230,61 @@ const Section* Image::findSection(absl::string_view name) const {
 }
 
 Section& Image::addSection(absl::string_view name) {
+  // Everything that can fail to allocate happens before the image changes,
+  // so a failed add leaves no nameless section and no half-grown table.
   State& st = *state_;
-  st.sections.push_back(
-      ImageInternals::makeSection(st.sections.size(), st.wide()));
-  Section::State& added = ImageInternals::of(*st.sections.back());
+  const size_t index = st.sections.size();
+  std::unique_ptr<Section> fresh = ImageInternals::makeSection(index, st.wide());
+  Section::State& added = ImageInternals::of(*fresh);
   added.name = std::string(name);
+  st.sections.reserve(index + 1);
 
   // The name goes to the table the header names, which may be the section
-  // just added. Without a usable table the name offset stays 0.
+  // being added. Without a usable table the name offset stays 0.
   const size_t table_index = st.header.shstrndx;
-  if (table_index == 0 || table_index >= st.sections.size()) {
-    return *st.sections.back();
+  Section::State* table = nullptr;
+  if (table_index != 0 && table_index < index) {
+    table = &ImageInternals::of(*st.sections[table_index]);
+  } else if (table_index != 0 && table_index == index) {
+    table = &added;
   }
-  Section::State& table = ImageInternals::of(*st.sections[table_index]);
-  const absl::string_view stored = name.substr(0, name.find('\0'));
-  const uint64_t start = table.header.size;
-  const uint64_t lead = start == 0 ? 1 : 0;  // an empty table opens with NUL
-  if (start + lead + stored.size() + 1 > 0xFFFFFFFFu) {
-    return *st.sections.back();
+  std::vector<uint8_t> grown;
+  bool replace_table_bytes = false;
+  if (table != nullptr) {
+    const absl::string_view stored = name.substr(0, name.find('\0'));
+    const uint64_t start = table->header.size;
+    const uint64_t lead = start == 0 ? 1 : 0;  // an empty table opens with NUL
+    if (start + lead + stored.size() + 1 <= 0xFFFFFFFFu) {
+      added.header.name = static_cast<uint32_t>(start + lead);
+      // A NOBITS table holds nothing, but the offset is still handed out.
+      // A table far shorter than it claims is not padded out without bound.
+      if (table->header.type != kShtNobits &&
+          !(start > table->held && start - table->held > kMaxStringTableFill)) {
+        const size_t kept = static_cast<size_t>(
+            std::min<uint64_t>(table->held, start));
+        grown.reserve(static_cast<size_t>(start + lead) + stored.size() + 1);
+        const uint8_t* old = table->data();
+        grown.assign(old, old + kept);
+        grown.resize(static_cast<size_t>(start), 0);
+        if (lead) grown.push_back(0);
+        grown.insert(grown.end(), stored.begin(), stored.end());
+        grown.push_back(0);
+        replace_table_bytes = true;
+      } else if (table->header.type != kShtNobits) {
+        added.header.name = 0;
+      }
+    }
   }
-  const uint32_t name_offset = static_cast<uint32_t>(start + lead);
-  if (table.header.type == kShtNobits) {
-    // It can hold nothing, but the offset is still handed out.
-    added.header.name = name_offset;
-    return *st.sections.back();
+
+  // Commit: none of this allocates.
+  st.sections.push_back(std::move(fresh));
+  if (replace_table_bytes) {
+    table->own.swap(grown);
+    table->input.reset();
+    table->input_offset = 0;
+    table->held = table->own.size();
+    table->header.size = table->held;
   }
-  if (start > table.held && start - table.held > kMaxStringTableFill) {
-    return *st.sections.back();
-  }
-  table.takeOwnership();
-  table.own.resize(static_cast<size_t>(start), 0);
-  if (lead) table.own.push_back(0);
-  table.own.insert(table.own.end(), stored.begin(), stored.end());
-  table.own.push_back(0);
-  table.held = table.own.size();
-  table.header.size = table.held;
-  added.header.name = name_offset;
   return *st.sections.back();
 }
 

@@ -298,6 +298,24 @@ TEST(LayoutTest, OffsetsBeyondFourGibFailTheSave) {
   EXPECT_EQ((*saved)[big.offset() + 1], 0);
 }
 
+TEST(LayoutTest, PaddingFarBeyondTheCarriedBytesFailsTheSave) {
+  // Alignments and reserved sizes that only hostile headers carry would
+  // otherwise have the writer produce gigabytes of zeros.
+  Image image;
+  image.section(0).setAddrAlign(0xFF000000u);
+  EXPECT_FALSE(saveBytes(image));
+  image.section(0).setAddrAlign(0);
+  Section& big = setSection(image, ".big", {1});
+  big.setSize(uint64_t{200} << 20);
+  EXPECT_FALSE(saveBytes(image));
+  // Legal layouts with a few MiB of padding still save.
+  big.setSize(1);
+  big.setAddrAlign(uint64_t{4} << 20);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(big.offset(), uint64_t{4} << 20);
+}
+
 TEST(LayoutTest, SmallStoredRecordSizesAreRaised) {
   Image image;
   setText(image, {1, 2, 3, 4}, 4);
