@@ -268,7 +268,9 @@ TEST(HostileTest, EveryPrefixOfValidImagesIsSafe) {
       if (!image.load(absl::MakeConstSpan(bytes->data(), n))) continue;
       for (size_t i = 0; i < image.sectionCount(); ++i) {
         const Section& s = image.section(i);
-        if (s.dataSize() != 0) EXPECT_LE(s.offset() + s.dataSize(), n);
+        if (s.dataSize() != 0) {
+          EXPECT_LE(s.offset() + s.dataSize(), n);
+        }
       }
       auto saved = saveBytes(image);
       if (saved) {

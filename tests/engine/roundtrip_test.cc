@@ -1,12 +1,13 @@
 // Load, save and load again keeps what an image is made of, for the
 // reference corpus and a sample of the machine's own ELF files; the saved
 // images are also checked with readelf.
+#include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <dirent.h>
 #include <fstream>
 #include <set>
 #include <string>
@@ -146,7 +147,9 @@ void roundTrip(const std::string& path, bool check_readelf) {
   EXPECT_TRUE(*resaved == *saved) << "second save differs";
 
   if (!check_readelf) return;
-  const std::string out = ::testing::TempDir() + "engine_roundtrip.elf";
+  // ctest runs the round-trip tests in parallel processes.
+  const std::string out = ::testing::TempDir() + "engine_roundtrip_" +
+                          std::to_string(getpid()) + ".elf";
   {
     std::ofstream f(out, std::ios::binary);
     f.write(reinterpret_cast<const char*>(saved->data()), saved->size());
