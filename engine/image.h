@@ -206,7 +206,9 @@ class Image {
 
   // Lays the image out and writes it with absolute positioning. Writes every
   // gap itself, so any seekable ostream works. False when the layout fails
-  // or the stream fails; layout values assigned so far stay in the image.
+  // (a section placed below its segment, an offset past 4 GiB, or padding
+  // far beyond the bytes the image carries) or the stream fails; layout
+  // values assigned so far stay in the image.
   bool save(std::ostream& out);
 
   uint8_t elfClass() const;
