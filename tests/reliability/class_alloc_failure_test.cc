@@ -1,6 +1,10 @@
 // Every allocation of every class operation fails in turn: the operation
 // must give its documented failure outcome, leak nothing, and leave the
 // object usable with its views on live bytes.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
@@ -372,6 +376,80 @@ TEST_P(ClassAllocFailureTest, SaveLoaded) {
 // Fields set in memory, so saving has to create all nine debug sections.
 TEST_P(ClassAllocFailureTest, SaveBuiltInMemory) {
   sweepSave(mode(), reference(), [] { return makeSampleELF(0); });
+}
+
+// Images of other producers (both classes, both byte orders, segments of
+// every kind), small enough to sweep quickly.
+std::vector<std::vector<uint8_t>> foreignImages() {
+  constexpr uintmax_t kMaxBytes = 128 * 1024;
+  const std::filesystem::path folder =
+      std::filesystem::path(ZELK_ELF_SHARED_DIR) / "corpus" / "real";
+  std::vector<std::filesystem::path> paths;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.is_regular_file() && entry.file_size() <= kMaxBytes) {
+      paths.push_back(entry.path());
+    }
+  }
+  std::sort(paths.begin(), paths.end());
+  std::vector<std::vector<uint8_t>> images;
+  for (const auto& path : paths) {
+    std::ifstream in(path, std::ios::binary);
+    images.emplace_back(std::istreambuf_iterator<char>(in),
+                        std::istreambuf_iterator<char>());
+  }
+  return images;
+}
+
+TEST_P(ClassAllocFailureTest, ForeignImagesLoadAndSave) {
+  const std::vector<std::vector<uint8_t>> images = foreignImages();
+  ASSERT_GT(images.size(), 10u);
+  size_t saved_images = 0;
+  for (size_t i = 0; i < images.size(); ++i) {
+    SCOPED_TRACE(::testing::Message() << "foreign image " << i);
+    const std::vector<uint8_t>& bytes = images[i];
+    absl::optional<ELF> plain = ELF::load(bytes);
+    if (!plain.has_value()) continue;
+    const std::vector<std::string> names = plain->getSectionNames();
+
+    sweepAllocations(
+        mode(), [] { return 0; },
+        [&](int&) { return capture<absl::optional<ELF>>([&] { return ELF::load(bytes); }); },
+        [&](int&, Outcome<absl::optional<ELF>>& outcome, bool fired) {
+          ASSERT_TRUE(outcome.value.has_value()) << "load threw";
+          const absl::optional<ELF>& loaded = *outcome.value;
+          if (fired && !loaded.has_value()) return;
+          ASSERT_TRUE(loaded.has_value());
+          EXPECT_EQ(loaded->getSectionNames(), names);
+          expectViewsConsistent(*loaded);
+        });
+
+    // Some layouts cannot be saved at all; those only load.
+    if (!plain->save().has_value()) continue;
+    ++saved_images;
+    sweepAllocations(
+        mode(), [&] { return std::move(*ELF::load(bytes)); },
+        [&](ELF& elf) {
+          return capture<absl::optional<ELF::Image>>([&] { return elf.save(); });
+        },
+        [&](ELF& elf, Outcome<absl::optional<ELF::Image>>& outcome, bool fired) {
+          ASSERT_TRUE(outcome.value.has_value()) << "save threw";
+          const absl::optional<ELF::Image>& saved = *outcome.value;
+          if (!fired) {
+            EXPECT_TRUE(saved.has_value());
+          }
+          if (saved.has_value()) {
+            absl::optional<ELF> again =
+                ELF::load(absl::MakeConstSpan(saved->data(), saved->size()));
+            ASSERT_TRUE(again.has_value()) << "saved image does not load";
+            EXPECT_EQ(again->getSectionNames(), names);
+          }
+          absl::optional<ELF::Image> retry = elf.save();
+          ASSERT_TRUE(retry.has_value()) << "save failed after the failure";
+          expectViewsConsistent(elf);
+        });
+    if (HasFailure()) return;
+  }
+  EXPECT_GT(saved_images, 10u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, ClassAllocFailureTest,
