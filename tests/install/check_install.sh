@@ -9,7 +9,8 @@ rm -rf "$work"
 prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
-lib=$(ls -d "$prefix"/lib*/libzelk_elf.so.1.2.0 "$prefix"/lib/*/libzelk_elf.so.1.2.0 2>/dev/null | head -1)
+lib=$(find "$prefix" -name libzelk_elf.so.1.2.0 | head -1)
+[ -n "$lib" ] || { echo "install: libzelk_elf.so.1.2.0 missing" >&2; exit 1; }
 libdir=$(dirname "$lib")
 for f in libzelk_elf.so libzelk_elf.so.1 libzelk_elf.so.1.2.0; do
   [ -e "$libdir/$f" ] || { echo "install: missing $f" >&2; exit 1; }
