@@ -55,6 +55,24 @@ struct MinWireSize<zelk_elf::SymbolAddr> {
     (out) = std::move(r_).getOk();        \
   } while (0)
 
+// The spill, SWP and latency records are a list of locations running to
+// the end of the payload; one codec serves all three.
+template <typename Record>
+struct LocsToEnd {
+  using Loc = typename decltype(Record::locs)::value_type;
+
+  template <typename D>
+  static DecodeResult<Record, D> decode(D& d) {
+    Record v;
+    ZELK_READ_FIELD(v.locs, decodeToEnd<Loc>(d));
+    return v;
+  }
+  template <typename E>
+  static EncodeResult<E> encode(const Record& v, E& e) {
+    return encodeEach(v.locs, e);
+  }
+};
+
 // kind u8, id0 u16, id1 u16: 5 bytes.
 template <>
 struct Decodable<zelk_elf::DebugInfoID> {
@@ -103,21 +121,9 @@ struct Encodable<zelk_elf::SpillLoc> {
 };
 
 template <>
-struct Decodable<zelk_elf::SpillInfo> {
-  template <typename D>
-  static DecodeResult<zelk_elf::SpillInfo, D> decode(D& d) {
-    zelk_elf::SpillInfo v;
-    ZELK_READ_FIELD(v.locs, decodeToEnd<zelk_elf::SpillLoc>(d));
-    return v;
-  }
-};
+struct Decodable<zelk_elf::SpillInfo> : LocsToEnd<zelk_elf::SpillInfo> {};
 template <>
-struct Encodable<zelk_elf::SpillInfo> {
-  template <typename E>
-  static EncodeResult<E> encode(const zelk_elf::SpillInfo& v, E& e) {
-    return encodeEach(v.locs, e);
-  }
-};
+struct Encodable<zelk_elf::SpillInfo> : LocsToEnd<zelk_elf::SpillInfo> {};
 
 // addr u32.
 template <>
@@ -139,21 +145,9 @@ struct Encodable<zelk_elf::SWPLoc> {
 };
 
 template <>
-struct Decodable<zelk_elf::SWPInfo> {
-  template <typename D>
-  static DecodeResult<zelk_elf::SWPInfo, D> decode(D& d) {
-    zelk_elf::SWPInfo v;
-    ZELK_READ_FIELD(v.locs, decodeToEnd<zelk_elf::SWPLoc>(d));
-    return v;
-  }
-};
+struct Decodable<zelk_elf::SWPInfo> : LocsToEnd<zelk_elf::SWPInfo> {};
 template <>
-struct Encodable<zelk_elf::SWPInfo> {
-  template <typename E>
-  static EncodeResult<E> encode(const zelk_elf::SWPInfo& v, E& e) {
-    return encodeEach(v.locs, e);
-  }
-};
+struct Encodable<zelk_elf::SWPInfo> : LocsToEnd<zelk_elf::SWPInfo> {};
 
 // start u32, end u32.
 template <>
@@ -241,21 +235,9 @@ struct Encodable<zelk_elf::LatencyInfoLoc> {
 };
 
 template <>
-struct Decodable<zelk_elf::LatencyInfo> {
-  template <typename D>
-  static DecodeResult<zelk_elf::LatencyInfo, D> decode(D& d) {
-    zelk_elf::LatencyInfo v;
-    ZELK_READ_FIELD(v.locs, decodeToEnd<zelk_elf::LatencyInfoLoc>(d));
-    return v;
-  }
-};
+struct Decodable<zelk_elf::LatencyInfo> : LocsToEnd<zelk_elf::LatencyInfo> {};
 template <>
-struct Encodable<zelk_elf::LatencyInfo> {
-  template <typename E>
-  static EncodeResult<E> encode(const zelk_elf::LatencyInfo& v, E& e) {
-    return encodeEach(v.locs, e);
-  }
-};
+struct Encodable<zelk_elf::LatencyInfo> : LocsToEnd<zelk_elf::LatencyInfo> {};
 
 // kind u8, addr u32: the value of one symbol-map entry.
 template <>
