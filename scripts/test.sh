@@ -56,7 +56,7 @@ for stage in $stages; do
     fuzz)
       run_stage "fuzzing (short, bounded)"
       build "$out/fuzz" -DCMAKE_BUILD_TYPE=Release -DZELK_ELF_FUZZ=ON \
-        -DZELK_ELF_TESTS=OFF -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14
+        -DZELK_ELF_TESTS=OFF -DZELK_ELF_TOOLS=OFF -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14
       bash scripts/fuzz.sh "$out/fuzz" "${FUZZ_SECONDS:-}"
       ;;
     *) echo "unknown stage $stage" >&2; exit 2 ;;
