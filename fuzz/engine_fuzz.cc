@@ -52,6 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (a.name().find('\0') == std::string::npos && a.name() != b.name()) {
       std::abort();
     }
+    // The null entry's bytes are never written, whatever type it claims.
+    if (i == 0) continue;
     // Bytes come back whole; a section cut short at load gains zeros.
     const auto x = a.bytes(), y = b.bytes();
     if (y.size() < x.size() && a.size() >= x.size()) std::abort();

@@ -11,6 +11,9 @@ fixed=${2:-}
 shared=$(cd "$root/.." && pwd)/shared
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+# Crashing inputs outlive the run, so a failure can be reproduced.
+artifacts=$build/fuzz-artifacts
+mkdir -p "$artifacts"
 
 shopt -s nullglob
 targets=("$build"/fuzz/*_fuzz)
@@ -34,7 +37,7 @@ for bin in "${targets[@]}"; do
   esac
   echo "fuzz: $name for ${secs}s"
   (cd "$work" && "$bin" -max_total_time="$secs" -timeout=10 -rss_limit_mb=2560 \
-      -malloc_limit_mb=1024 -print_final_stats=1 -artifact_prefix="$work/$name-" \
+      -malloc_limit_mb=1024 -print_final_stats=1 -artifact_prefix="$artifacts/$name-" \
       "${dirs[@]}" 2>"$work/$name.log") || {
     tail -40 "$work/$name.log"
     echo "fuzz: $name FAILED" >&2

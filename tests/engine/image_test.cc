@@ -298,6 +298,23 @@ TEST(LayoutTest, OffsetsBeyondFourGibFailTheSave) {
   EXPECT_EQ((*saved)[big.offset() + 1], 0);
 }
 
+TEST(LayoutTest, NullEntryBytesAreNeverWritten) {
+  // A damaged null entry may claim a type and bytes; writing them at its
+  // recorded offset 0 would overwrite the file header.
+  Image image;
+  Section& null = image.section(0);
+  null.setType(kShtProgbits);
+  const uint8_t junk[] = {0xAA, 0xBB, 0xCC, 0xDD};
+  null.setData(junk, sizeof junk);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  EXPECT_EQ((*saved)[0], 0x7F);
+  EXPECT_EQ((*saved)[1], 'E');
+  EXPECT_EQ(null.offset(), 0u);
+  Image again;
+  EXPECT_TRUE(again.load(*saved));
+}
+
 TEST(LayoutTest, PaddingFarBeyondTheCarriedBytesFailsTheSave) {
   // Alignments and reserved sizes that only hostile headers carry would
   // otherwise have the writer produce gigabytes of zeros.
