@@ -298,6 +298,26 @@ TEST(LayoutTest, OffsetsBeyondFourGibFailTheSave) {
   EXPECT_EQ((*saved)[big.offset() + 1], 0);
 }
 
+TEST(LayoutTest, WideTableEntriesAreCoveredWhole) {
+  // Entries larger than the records leave their tails unwritten; the file
+  // must still extend over the last entry, or it would not load again.
+  Image image;
+  setText(image, {1, 2, 3, 4}, 4);
+  Segment& phdr = image.addSegment();
+  phdr.setType(kPtPhdr);
+  auto saved = saveBytes(image);
+  ASSERT_TRUE(saved);
+  (*saved)[42] = 48;  // e_phentsize: 16 bytes wider than a program header
+  (*saved)[48] = 0;   // e_shnum: no sections, so the program headers end the file
+  Image wide;
+  ASSERT_TRUE(wide.load(*saved));
+  auto resaved = saveBytes(wide);
+  ASSERT_TRUE(resaved);
+  EXPECT_GE(resaved->size(), wide.header().phoff + 2 * 48);
+  Image again;
+  EXPECT_TRUE(again.load(*resaved));
+}
+
 TEST(LayoutTest, NullEntryBytesAreNeverWritten) {
   // A damaged null entry may claim a type and bytes; writing them at its
   // recorded offset 0 would overwrite the file header.
