@@ -49,7 +49,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (size_t i = 0; i < image.sectionCount(); ++i) {
     const auto& a = image.section(i);
     const auto& b = again.section(i);
-    if (a.name().find('\0') == std::string::npos && a.name() != b.name()) {
+    // A name that did not resolve ("") may resolve after the save: a string
+    // table cut short at load is written out padded with zeros.
+    if (!a.name().empty() && a.name().find('\0') == std::string::npos &&
+        a.name() != b.name()) {
       std::abort();
     }
     // The null entry's bytes are never written, whatever type it claims.
