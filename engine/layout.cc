@@ -134,6 +134,9 @@ bool layoutSegment(ImageState& image, SegmentState& g,
       const uint64_t a = sh.addralign ? sh.addralign : 1;
       pad = (a - pos % a) % a;
     } else if (generated[x]) {
+      // A member placed before the segment's start would wrap the sizes
+      // around to gigabytes.
+      if (sh.offset < start) return false;
       // Wraps on purpose: the sizes then run to this section's end.
       pad = sh.offset - start - filesz;
     }

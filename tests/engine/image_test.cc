@@ -318,6 +318,22 @@ TEST(LayoutTest, WideTableEntriesAreCoveredWhole) {
   EXPECT_TRUE(again.load(*resaved));
 }
 
+TEST(LayoutTest, MemberPlacedBeforeItsSegmentFailsTheSave) {
+  // The second segment starts behind .a, which an earlier segment placed;
+  // its sizes would wrap around to gigabytes.
+  Image image;
+  Section& a = setSection(image, ".a", Bytes(16, 1));
+  Section& b = setSection(image, ".b", Bytes(16, 2));
+  Segment& first = image.addSegment();
+  first.setType(kPtLoad);
+  first.addSectionIndex(static_cast<uint16_t>(a.index()), 1);
+  Segment& second = image.addSegment();
+  second.setType(kPtLoad);
+  second.addSectionIndex(static_cast<uint16_t>(b.index()), 1);
+  second.addSectionIndex(static_cast<uint16_t>(a.index()), 1);
+  EXPECT_FALSE(saveBytes(image));
+}
+
 TEST(LayoutTest, NullEntryBytesAreNeverWritten) {
   // A damaged null entry may claim a type and bytes; writing them at its
   // recorded offset 0 would overwrite the file header.
