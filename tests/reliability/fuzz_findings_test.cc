@@ -1,6 +1,8 @@
 // Inputs the fuzzers found, kept with what the library is expected to do
 // with them.
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -165,6 +167,28 @@ TEST(FuzzFindingsTest, HugeCommentClaimLoadsWhatIsHeld) {
   for (uint8_t b : elf->getSection(".comment")) nuls += b == 0;
   EXPECT_EQ(elf->commentInfo->size(), nuls + 1);
   EXPECT_TRUE(elf->latencyInfo.has_value());
+}
+
+// engine_fuzz: 5908 bytes with 32 program headers and a section header
+// table outside the input (loaded with no sections). Saved by the engine
+// into a plain string stream, the image records e_shoff past its end and is
+// refused on reload; saved through the library it must load again.
+TEST(FuzzFindingsTest, SavedImageWithoutSectionsLoadsAgain) {
+  std::ifstream in(std::string(ZELK_ELF_SOURCE_DIR) +
+                       "/tests/reliability/findings/saved-image-refused.elf",
+                   std::ios::binary);
+  const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                                   std::istreambuf_iterator<char>());
+  ASSERT_EQ(bytes.size(), 5908u);
+  zelkELFHandle h = zelkELFLoad(bytes.data(), bytes.size());
+  ASSERT_NE(h, nullptr);
+  zelkELFBin bin = zelkELFSave(h);
+  zelkELFFree(h);
+  ASSERT_NE(bin.data, nullptr);
+  zelkELFHandle again = zelkELFLoad(bin.data, bin.size);
+  zelkELFFreeBin(bin);
+  EXPECT_NE(again, nullptr) << "the library refuses an image it saved";
+  zelkELFFree(again);
 }
 
 }  // namespace
