@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ostream>
+#include <string>
 
 #include "gtest/gtest.h"
 #include "reliability/alloc_hook.h"
@@ -77,6 +78,14 @@ inline void expectSwept(uint64_t points) {
   if (newHooked()) {
     EXPECT_GT(points, 0u) << "the operation never allocated";
   }
+}
+
+// Both failure modes, for INSTANTIATE_TEST_SUITE_P, named Once and FromThenOn.
+inline auto allFailModes() {
+  return ::testing::Values(FailMode::kOnce, FailMode::kFromThenOn);
+}
+inline std::string failModeName(const ::testing::TestParamInfo<FailMode>& info) {
+  return info.param == FailMode::kOnce ? "Once" : "FromThenOn";
 }
 
 }  // namespace testing

@@ -469,14 +469,7 @@ TEST_P(CapiAllocFailureTest, FreeAndVersionNeverAllocate) {
   EXPECT_STREQ(text, "unknown");
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, CapiAllocFailureTest,
-                         ::testing::Values(FailMode::kOnce,
-                                           FailMode::kFromThenOn),
-                         [](const ::testing::TestParamInfo<FailMode>& info) {
-                           return info.param == FailMode::kOnce
-                                      ? std::string("Once")
-                                      : std::string("FromThenOn");
-                         });
+INSTANTIATE_TEST_SUITE_P(Modes, CapiAllocFailureTest, allFailModes(), failModeName);
 
 }  // namespace
 }  // namespace testing

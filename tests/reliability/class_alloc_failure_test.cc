@@ -452,14 +452,7 @@ TEST_P(ClassAllocFailureTest, ForeignImagesLoadAndSave) {
   EXPECT_GT(saved_images, 10u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, ClassAllocFailureTest,
-                         ::testing::Values(FailMode::kOnce,
-                                           FailMode::kFromThenOn),
-                         [](const ::testing::TestParamInfo<FailMode>& info) {
-                           return info.param == FailMode::kOnce
-                                      ? std::string("Once")
-                                      : std::string("FromThenOn");
-                         });
+INSTANTIATE_TEST_SUITE_P(Modes, ClassAllocFailureTest, allFailModes(), failModeName);
 
 }  // namespace
 }  // namespace testing
