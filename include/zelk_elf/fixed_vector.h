@@ -4,6 +4,7 @@
 #define ZELK_ELF_FIXED_VECTOR_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -26,31 +27,30 @@ struct SystemAllocator {
 
 // A buffer whose size is fixed at construction. Move-only: nothing in the
 // library needs copies, and an accidental copy of a whole image is costly.
+// Its layout is a pointer and a count: the allocator is stateless, so it is
+// not stored (callers across the interface rely on that layout).
 template <typename T, typename Allocator>
 class FixedVector {
  public:
   FixedVector() = default;
 
   // Copies `n` elements from `src`; `src` may be null when `n` is 0.
-  FixedVector(const T* src, size_t n, const Allocator& alloc = Allocator())
-      : alloc_(alloc) {
+  FixedVector(const T* src, size_t n, const Allocator& alloc = Allocator()) {
     if (n == 0) return;
-    data_ = static_cast<T*>(alloc_.allocate(n * sizeof(T)));
+    data_ = static_cast<T*>(alloc.allocate(n * sizeof(T)));
     std::memcpy(data_, src, n * sizeof(T));
     size_ = n;
   }
 
   FixedVector(FixedVector&& other) noexcept
       : data_(std::exchange(other.data_, nullptr)),
-        size_(std::exchange(other.size_, 0)),
-        alloc_(other.alloc_) {}
+        size_(std::exchange(other.size_, 0)) {}
 
   FixedVector& operator=(FixedVector&& other) noexcept {
     if (this != &other) {
       reset();
       data_ = std::exchange(other.data_, nullptr);
       size_ = std::exchange(other.size_, 0);
-      alloc_ = other.alloc_;
     }
     return *this;
   }
@@ -76,15 +76,19 @@ class FixedVector {
 
  private:
   void reset() {
-    if (data_ != nullptr) alloc_.deallocate(data_);
+    if (data_ != nullptr) Allocator().deallocate(data_);
     data_ = nullptr;
     size_ = 0;
   }
 
   T* data_ = nullptr;
   size_t size_ = 0;
-  Allocator alloc_;
 };
+
+// The saved-image buffer is exactly a pointer and a count on every target.
+static_assert(sizeof(FixedVector<uint8_t, mem::SystemAllocator>) ==
+                  sizeof(uint8_t*) + sizeof(size_t),
+              "FixedVector must hold only its pointer and its count");
 
 }  // namespace tolva_lib
 
