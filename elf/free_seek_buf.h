@@ -22,6 +22,8 @@ class FreeSeekBuf : public std::basic_stringbuf<char> {
   ~FreeSeekBuf() override = default;
 
  protected:
+  // Never throws: a stream must see a failed positioning, not an exception,
+  // when the zeros cannot be stored.
   pos_type seekpos(pos_type pos, std::ios_base::openmode which) override {
     const off_type target = off_type(pos);
     if ((which & std::ios_base::out) != 0) {
@@ -30,7 +32,13 @@ class FreeSeekBuf : public std::basic_stringbuf<char> {
       const off_type end =
           std::basic_stringbuf<char>::seekoff(0, std::ios_base::end,
                                               std::ios_base::out);
-      if (end >= 0 && target > end) appendZeros(target - end);
+      if (end >= 0 && target > end) {
+        try {
+          appendZeros(target - end);
+        } catch (...) {
+          return pos_type(off_type(-1));
+        }
+      }
     }
     // If the zeros could not all be written, this positioning lies beyond
     // the end and fails like any other.
