@@ -8,7 +8,7 @@
 #include "capi/handle.h"
 
 using zelk_elf::ELF;
-using zelk_elf::capi::toELF;
+using zelk_elf::capi::withELF;
 
 namespace {
 
@@ -21,11 +21,26 @@ T* allocateArray(size_t count) {
   return static_cast<T*>(std::malloc(count * sizeof(T)));
 }
 
+// Copies `elements` into a malloc'ed array through `convert(element, out)`,
+// which may refuse an element; a refusal or a failed allocation gives the
+// empty record, so no partial list ever reaches the caller.
+template <typename Record, typename Out, typename Elements, typename Convert>
+Record copyOut(const Elements& elements, Convert convert) {
+  Record result = {nullptr, 0};
+  if (elements.empty()) return result;
+  Out* array = allocateArray<Out>(elements.size());
+  if (array == nullptr) return result;
+  for (size_t i = 0; i < elements.size(); ++i) {
+    if (!convert(elements[i], &array[i])) {
+      std::free(array);
+      return result;
+    }
+  }
+  return Record{array, elements.size()};
+}
+
 zelkELFBlockRange toBlockRange(const zelk_elf::BasicBlockRange& range) {
-  zelkELFBlockRange result;
-  result.start = range.start;
-  result.end = range.end;
-  return result;
+  return zelkELFBlockRange{range.start, range.end};
 }
 
 }  // namespace
@@ -33,8 +48,8 @@ zelkELFBlockRange toBlockRange(const zelk_elf::BasicBlockRange& range) {
 extern "C" {
 
 int zelkELFGetDbgID(zelkELFHandle handle, zelkELFDbgID* out) {
-  try {
-    const ELF& elf = *toELF(handle);
+  if (out == nullptr) return 0;
+  return withELF(handle, 0, [&](const ELF& elf) {
     if (!elf.dbgID.has_value()) return 0;
     const zelk_elf::DebugInfoID& id = *elf.dbgID;
     if (id.kind != ZELK_ELF_DBG_ID_KIND_0 && id.kind != ZELK_ELF_DBG_ID_KIND_1) {
@@ -44,37 +59,25 @@ int zelkELFGetDbgID(zelkELFHandle handle, zelkELFDbgID* out) {
     out->id0 = id.id0;
     out->id1 = id.id1;
     return 1;
-  } catch (...) {
-    return 0;
-  }
+  });
 }
 
 zelkELFSpillInfo zelkELFGetSpillInfo(zelkELFHandle handle) {
-  zelkELFSpillInfo result = {nullptr, 0};
-  try {
-    const ELF& elf = *toELF(handle);
-    if (!elf.spillInfo.has_value() || elf.spillInfo->locs.empty()) {
-      return result;
-    }
-    const auto& locs = elf.spillInfo->locs;
-    zelkELFSpillLoc* array = allocateArray<zelkELFSpillLoc>(locs.size());
-    if (array == nullptr) return result;
-    for (size_t i = 0; i < locs.size(); ++i) {
-      // One undefined kind makes the whole list unusable.
-      if (locs[i].kind > kMaxSpillKind) {
-        std::free(array);
-        return result;
-      }
-      std::memset(&array[i], 0, sizeof(array[i]));
-      array[i].addr = locs[i].addr;
-      array[i].index = locs[i].index;
-      array[i].kind = static_cast<zelkELFSpillKind>(locs[i].kind);
-    }
-    result.locs = array;
-    result.count = locs.size();
-  } catch (...) {
-  }
-  return result;
+  const zelkELFSpillInfo empty = {nullptr, 0};
+  return withELF(handle, empty, [&](const ELF& elf) {
+    if (!elf.spillInfo.has_value()) return empty;
+    return copyOut<zelkELFSpillInfo, zelkELFSpillLoc>(
+        elf.spillInfo->locs,
+        [](const zelk_elf::SpillLoc& loc, zelkELFSpillLoc* out) {
+          // One undefined kind makes the whole list unusable.
+          if (loc.kind > kMaxSpillKind) return false;
+          std::memset(out, 0, sizeof(*out));
+          out->addr = loc.addr;
+          out->index = loc.index;
+          out->kind = static_cast<zelkELFSpillKind>(loc.kind);
+          return true;
+        });
+  });
 }
 
 void zelkELFFreeSpillInfo(zelkELFSpillInfo info) {
@@ -82,19 +85,15 @@ void zelkELFFreeSpillInfo(zelkELFSpillInfo info) {
 }
 
 zelkELFSWPInfo zelkELFGetSWPInfo(zelkELFHandle handle) {
-  zelkELFSWPInfo result = {nullptr, 0};
-  try {
-    const ELF& elf = *toELF(handle);
-    if (!elf.swpInfo.has_value() || elf.swpInfo->locs.empty()) return result;
-    const auto& locs = elf.swpInfo->locs;
-    zelkELFSWPLoc* array = allocateArray<zelkELFSWPLoc>(locs.size());
-    if (array == nullptr) return result;
-    for (size_t i = 0; i < locs.size(); ++i) array[i].addr = locs[i].addr;
-    result.locs = array;
-    result.count = locs.size();
-  } catch (...) {
-  }
-  return result;
+  const zelkELFSWPInfo empty = {nullptr, 0};
+  return withELF(handle, empty, [&](const ELF& elf) {
+    if (!elf.swpInfo.has_value()) return empty;
+    return copyOut<zelkELFSWPInfo, zelkELFSWPLoc>(
+        elf.swpInfo->locs, [](const zelk_elf::SWPLoc& loc, zelkELFSWPLoc* out) {
+          out->addr = loc.addr;
+          return true;
+        });
+  });
 }
 
 void zelkELFFreeSWPInfo(zelkELFSWPInfo info) {
@@ -102,22 +101,16 @@ void zelkELFFreeSWPInfo(zelkELFSWPInfo info) {
 }
 
 zelkELFCFGInfo zelkELFGetCFGInfo(zelkELFHandle handle) {
-  zelkELFCFGInfo result = {nullptr, 0};
-  try {
-    const ELF& elf = *toELF(handle);
-    if (!elf.cfgInfo.has_value() || elf.cfgInfo->edges.empty()) return result;
-    const auto& edges = elf.cfgInfo->edges;
-    zelkELFCFGEdge* array = allocateArray<zelkELFCFGEdge>(edges.size());
-    if (array == nullptr) return result;
-    for (size_t i = 0; i < edges.size(); ++i) {
-      array[i].first = toBlockRange(std::get<0>(edges[i]));
-      array[i].second = toBlockRange(std::get<1>(edges[i]));
-    }
-    result.edges = array;
-    result.count = edges.size();
-  } catch (...) {
-  }
-  return result;
+  const zelkELFCFGInfo empty = {nullptr, 0};
+  return withELF(handle, empty, [&](const ELF& elf) {
+    if (!elf.cfgInfo.has_value()) return empty;
+    return copyOut<zelkELFCFGInfo, zelkELFCFGEdge>(
+        elf.cfgInfo->edges, [](const auto& edge, zelkELFCFGEdge* out) {
+          out->first = toBlockRange(std::get<0>(edge));
+          out->second = toBlockRange(std::get<1>(edge));
+          return true;
+        });
+  });
 }
 
 void zelkELFFreeCFGInfo(zelkELFCFGInfo info) {
@@ -126,37 +119,30 @@ void zelkELFFreeCFGInfo(zelkELFCFGInfo info) {
 
 zelkELFSrcList zelkELFGetSrcList(zelkELFHandle handle,
                                  const char* source_name) {
-  zelkELFSrcList result = {nullptr, 0};
-  try {
-    const ELF& elf = *toELF(handle);
-    if (!elf.srcInfo.has_value()) return result;
+  const zelkELFSrcList empty = {nullptr, 0};
+  if (source_name == nullptr) return empty;
+  return withELF(handle, empty, [&](const ELF& elf) {
+    if (!elf.srcInfo.has_value()) return empty;
     const auto it = elf.srcInfo->find(std::string(source_name));
-    if (it == elf.srcInfo->end() || it->second.empty()) return result;
-    const auto& strings = it->second;
-    const char** array = allocateArray<const char*>(strings.size());
-    if (array == nullptr) return result;
-    for (size_t i = 0; i < strings.size(); ++i) array[i] = strings[i].c_str();
-    result.names = array;
-    result.count = strings.size();
-  } catch (...) {
-  }
-  return result;
+    if (it == elf.srcInfo->end()) return empty;
+    return copyOut<zelkELFSrcList, const char*>(
+        it->second, [](const std::string& s, const char** out) {
+          *out = s.c_str();
+          return true;
+        });
+  });
 }
 
 zelkELFSrcList zelkELFGetSrcNameList(zelkELFHandle handle) {
-  zelkELFSrcList result = {nullptr, 0};
-  try {
-    const ELF& elf = *toELF(handle);
-    if (!elf.srcInfo.has_value() || elf.srcInfo->empty()) return result;
+  const zelkELFSrcList empty = {nullptr, 0};
+  return withELF(handle, empty, [&](const ELF& elf) {
+    if (!elf.srcInfo.has_value() || elf.srcInfo->empty()) return empty;
     const char** array = allocateArray<const char*>(elf.srcInfo->size());
-    if (array == nullptr) return result;
+    if (array == nullptr) return empty;
     size_t i = 0;
     for (const auto& entry : *elf.srcInfo) array[i++] = entry.first.c_str();
-    result.names = array;
-    result.count = i;
-  } catch (...) {
-  }
-  return result;
+    return zelkELFSrcList{array, i};
+  });
 }
 
 void zelkELFFreeSrcList(zelkELFSrcList list) {
@@ -164,15 +150,15 @@ void zelkELFFreeSrcList(zelkELFSrcList list) {
 }
 
 uint32_t zelkELFGetPMSize(zelkELFHandle handle) {
-  if (handle == nullptr) return 0;
-  const ELF& elf = *toELF(handle);
-  return elf.pmSize.value_or(0);
+  return withELF(handle, uint32_t{0},
+                 [](const ELF& elf) { return elf.pmSize.value_or(0); });
 }
 
 const char* zelkELFGetVerifyInfo(zelkELFHandle handle) {
-  if (handle == nullptr) return nullptr;
-  const ELF& elf = *toELF(handle);
-  return elf.verifyInfo.has_value() ? elf.verifyInfo->c_str() : nullptr;
+  return withELF(handle, static_cast<const char*>(nullptr),
+                 [](const ELF& elf) -> const char* {
+                   return elf.verifyInfo ? elf.verifyInfo->c_str() : nullptr;
+                 });
 }
 
 }  // extern "C"

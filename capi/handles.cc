@@ -28,6 +28,7 @@ zelkELFHandle zelkELFLoad(const uint8_t* data, size_t size) {
   }
 }
 
+// Deleting a null pointer does nothing, so a null handle is accepted.
 void zelkELFFree(zelkELFHandle handle) { delete toELF(handle); }
 
 void zelkELFVersion(uint32_t* major, uint32_t* minor, uint32_t* patch,

@@ -3,22 +3,20 @@
 
 #include "capi/handle.h"
 
-using zelk_elf::capi::toELF;
+using zelk_elf::ELF;
+using zelk_elf::capi::withELF;
 
 extern "C" {
 
 zelkELFBin zelkELFSave(zelkELFHandle handle) {
-  zelkELFBin result = {nullptr, 0};
-  try {
-    absl::optional<zelk_elf::ELF::Image> image = toELF(handle)->save();
-    if (!image.has_value()) return result;
+  const zelkELFBin empty = {nullptr, 0};
+  return withELF(handle, empty, [&](ELF& elf) {
+    absl::optional<ELF::Image> image = elf.save();
+    if (!image.has_value()) return empty;
     // The buffer came from malloc; from here on it is the caller's.
     const auto released = image->release();
-    result.data = released.first;
-    result.size = released.second;
-  } catch (...) {
-  }
-  return result;
+    return zelkELFBin{released.first, released.second};
+  });
 }
 
 void zelkELFFreeBin(zelkELFBin bin) {

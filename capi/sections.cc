@@ -3,37 +3,34 @@
 
 #include "capi/handle.h"
 
-using zelk_elf::capi::toELF;
+using zelk_elf::ELF;
+using zelk_elf::capi::withELF;
 
 extern "C" {
 
 zelkELFSection zelkELFGetSection(zelkELFHandle handle, const char* name) {
-  zelkELFSection result = {nullptr, 0};
-  try {
-    const absl::Span<const uint8_t> bytes = toELF(handle)->getSection(name);
-    if (bytes.data() != nullptr) {
-      result.data = bytes.data();
-      result.size = bytes.size();
-    }
-  } catch (...) {
-  }
-  return result;
+  const zelkELFSection empty = {nullptr, 0};
+  if (name == nullptr) return empty;
+  return withELF(handle, empty, [&](const ELF& elf) {
+    const absl::Span<const uint8_t> bytes = elf.getSection(name);
+    return bytes.data() == nullptr ? empty
+                                   : zelkELFSection{bytes.data(), bytes.size()};
+  });
 }
 
 size_t zelkELFGetSectionSize(zelkELFHandle handle, const char* name) {
-  try {
-    return toELF(handle)->getSectionSize(name);
-  } catch (...) {
-    return 0;
-  }
+  if (name == nullptr) return 0;
+  return withELF(handle, size_t{0},
+                 [&](const ELF& elf) { return elf.getSectionSize(name); });
 }
 
 void zelkELFSetSection(zelkELFHandle handle, const char* name,
                        const uint8_t* data, size_t size) {
-  try {
-    toELF(handle)->setSection(name, absl::MakeConstSpan(data, size));
-  } catch (...) {
-  }
+  if (name == nullptr) return;
+  withELF(handle, 0, [&](ELF& elf) {
+    elf.setSection(name, absl::MakeConstSpan(data, size));
+    return 0;
+  });
 }
 
 }  // extern "C"

@@ -13,7 +13,88 @@ using testing::loadHandle;
 using testing::readShared;
 using testing::ScopedHandle;
 
-TEST(HandlesTest, FreeAcceptsNull) { zelkELFFree(nullptr); }
+// Every function that takes a handle accepts a null one and gives its empty
+// result; the free functions accept their empty records.
+TEST(HandlesTest, NullHandleGivesTheEmptyResult) {
+  struct Row {
+    const char* function;
+    bool (*empty)();  // calls the function on a null handle
+  };
+  const Row rows[] = {
+      {"zelkELFFree", [] { zelkELFFree(nullptr); return true; }},
+      {"zelkELFGetSection",
+       [] {
+         const zelkELFSection s = zelkELFGetSection(nullptr, ".text");
+         return s.data == nullptr && s.size == 0;
+       }},
+      {"zelkELFGetSectionSize",
+       [] { return zelkELFGetSectionSize(nullptr, "") == 0; }},
+      {"zelkELFSetSection",
+       [] {
+         static const uint8_t kByte = 1;
+         zelkELFSetSection(nullptr, ".x", &kByte, 1);
+         return true;
+       }},
+      {"zelkELFGetDbgID",
+       [] {
+         zelkELFDbgID id = {ZELK_ELF_DBG_ID_KIND_1, 7, 9};
+         return zelkELFGetDbgID(nullptr, &id) == 0 && id.id0 == 7 &&
+                id.id1 == 9;
+       }},
+      {"zelkELFGetSpillInfo",
+       [] {
+         const zelkELFSpillInfo i = zelkELFGetSpillInfo(nullptr);
+         return i.locs == nullptr && i.count == 0;
+       }},
+      {"zelkELFGetSWPInfo",
+       [] {
+         const zelkELFSWPInfo i = zelkELFGetSWPInfo(nullptr);
+         return i.locs == nullptr && i.count == 0;
+       }},
+      {"zelkELFGetCFGInfo",
+       [] {
+         const zelkELFCFGInfo i = zelkELFGetCFGInfo(nullptr);
+         return i.edges == nullptr && i.count == 0;
+       }},
+      {"zelkELFGetSrcList",
+       [] {
+         const zelkELFSrcList l = zelkELFGetSrcList(nullptr, "main.c");
+         return l.names == nullptr && l.count == 0;
+       }},
+      {"zelkELFGetSrcNameList",
+       [] {
+         const zelkELFSrcList l = zelkELFGetSrcNameList(nullptr);
+         return l.names == nullptr && l.count == 0;
+       }},
+      {"zelkELFGetPMSize", [] { return zelkELFGetPMSize(nullptr) == 0; }},
+      {"zelkELFGetVerifyInfo",
+       [] { return zelkELFGetVerifyInfo(nullptr) == nullptr; }},
+      {"zelkELFSave",
+       [] {
+         const zelkELFBin b = zelkELFSave(nullptr);
+         return b.data == nullptr && b.size == 0;
+       }},
+      {"zelkELFFreeSpillInfo",
+       [] { zelkELFFreeSpillInfo({nullptr, 0}); return true; }},
+      {"zelkELFFreeSWPInfo", [] { zelkELFFreeSWPInfo({nullptr, 0}); return true; }},
+      {"zelkELFFreeCFGInfo", [] { zelkELFFreeCFGInfo({nullptr, 0}); return true; }},
+      {"zelkELFFreeSrcList", [] { zelkELFFreeSrcList({nullptr, 0}); return true; }},
+      {"zelkELFFreeBin", [] { zelkELFFreeBin({nullptr, 0}); return true; }},
+  };
+  for (const Row& row : rows) EXPECT_TRUE(row.empty()) << row.function;
+}
+
+// Null names and a null record pointer are refused like an absent section.
+TEST(HandlesTest, NullArgumentsGiveTheEmptyResult) {
+  ScopedHandle handle = testing::handleWith({{".x", {1, 2}}});
+  ASSERT_TRUE(handle);
+  EXPECT_EQ(zelkELFGetSection(handle.get(), nullptr).data, nullptr);
+  EXPECT_EQ(zelkELFGetSectionSize(handle.get(), nullptr), 0u);
+  zelkELFSetSection(handle.get(), nullptr, nullptr, 0);
+  EXPECT_EQ(zelkELFGetSrcList(handle.get(), nullptr).names, nullptr);
+  EXPECT_EQ(zelkELFGetDbgID(handle.get(), nullptr), 0);
+  EXPECT_EQ(zelkELFGetSectionSize(handle.get(), ".x"), 2u);
+}
 
 TEST(HandlesTest, Version) {
   zelkELFVersion(nullptr, nullptr, nullptr, nullptr);
