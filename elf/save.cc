@@ -16,9 +16,15 @@ absl::optional<ELF::Image> ELF::save() {
   try {
     engine::Image& image = impl->image;
     const size_t section_count = image.sectionCount();
-    const bool written = writeDebugSections(*this, image);
+    bool written = false;
+    try {
+      written = writeDebugSections(*this, image);
+    } catch (...) {
+      refreshNameTableView(*this);
+      throw;
+    }
     // New debug sections put their names into the section-name table.
-    if (image.sectionCount() != section_count) refreshViews(*this);
+    if (image.sectionCount() != section_count) refreshNameTableView(*this);
     if (!written) return absl::nullopt;
 
     std::string bytes;
@@ -36,7 +42,6 @@ absl::optional<ELF::Image> ELF::save() {
     return Image(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(),
                  tolva_lib::mem::SystemAllocator());
   } catch (...) {
-    keepViewsValid(*this);
     return absl::nullopt;
   }
 }

@@ -29,30 +29,23 @@ size_t ELF::getSectionSize(const std::string& name) const {
 
 void ELF::setSection(const std::string& name, absl::Span<const uint8_t> data) {
   engine::Image& image = impl->image;
-  try {
-    engine::Section* section = image.findSection(name);
-    if (section == nullptr) {
-      section = &image.addSection(name);
-      refreshViews(*this);
-    }
+  engine::Section* section = image.findSection(name);
+  if (section == nullptr) section = &addSection(*this, name);
 
-    const bool is_text = name == kTextSectionName;
-    const bool is_comment = name == kCommentSectionName;
-    // Drop views into the bytes about to be released before releasing them.
-    if (is_text) text.reset();
-    if (is_comment) commentInfo.reset();
+  const bool is_text = name == kTextSectionName;
+  const bool is_comment = name == kCommentSectionName;
+  // Drop views into the bytes about to be released before releasing them;
+  // if the lines cannot be read again they stay absent.
+  if (is_text) text.reset();
+  if (is_comment) commentInfo.reset();
 
-    // Type first: the engine keeps no data for SHT_NOBITS.
-    section->setType(engine::kShtProgbits);
-    section->setData(data.data(), data.size());
-    section->setAddrAlign(1);
+  // Type first: the engine keeps no data for SHT_NOBITS.
+  section->setType(engine::kShtProgbits);
+  section->setData(data.data(), data.size());
+  section->setAddrAlign(1);
 
-    if (is_text) text = section->bytes();
-    if (is_comment) commentInfo = loadCommentSection(image);
-  } catch (...) {
-    keepViewsValid(*this);
-    throw;
-  }
+  if (is_text) text = section->bytes();
+  if (is_comment) commentInfo = loadCommentSection(image);
 }
 
 std::vector<std::string> ELF::getSectionNames() const {

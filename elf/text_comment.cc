@@ -26,10 +26,7 @@ void ELF::setText(absl::Span<const uint8_t> code, unsigned int align) {
   try {
     engine::Image& image = impl->image;
     engine::Section* section = image.findSection(kTextSectionName);
-    if (section == nullptr) {
-      section = &image.addSection(kTextSectionName);
-      refreshViews(*this);
-    }
+    if (section == nullptr) section = &addSection(*this, kTextSectionName);
 
     section->setType(engine::kShtProgbits);
     section->setFlags(engine::kShfAlloc | engine::kShfExecInstr);
@@ -52,8 +49,7 @@ void ELF::setText(absl::Span<const uint8_t> code, unsigned int align) {
     segment.addSectionIndex(static_cast<uint16_t>(section->index()),
                             section->addrAlign());
   } catch (...) {
-    // Whatever was changed stays.
-    keepViewsValid(*this);
+    // Whatever was changed stays; `text` is reset before the old bytes go.
   }
 }
 
@@ -71,8 +67,7 @@ void ELF::setCommentInfo(const std::vector<absl::string_view>& lines) {
 
     engine::Section* section = image.findSection(kCommentSectionName);
     if (section == nullptr) {
-      section = &image.addSection(kCommentSectionName);
-      refreshViews(*this);
+      section = &addSection(*this, kCommentSectionName);
       section->setType(engine::kShtProgbits);
       section->setFlags(engine::kShfMerge | engine::kShfStrings);
       section->setEntrySize(1);
@@ -84,8 +79,8 @@ void ELF::setCommentInfo(const std::vector<absl::string_view>& lines) {
     section->setData(data.data(), data.size());
     commentInfo = loadCommentSection(image);
   } catch (...) {
-    // Changes made so far stay.
-    keepViewsValid(*this);
+    // Changes made so far stay; `commentInfo` is reset before the old bytes
+    // go.
   }
 }
 

@@ -1,32 +1,31 @@
 #include "elf/views.h"
 
-#include <utility>
-#include <vector>
-
 #include "elf/comment.h"
 #include "elf/impl.h"
 
 namespace zelk_elf {
 
-void refreshViews(ELF& elf) {
-  const engine::Image& image = elf.impl->image;
-  if (elf.text.has_value()) {
-    if (const engine::Section* text = image.findSection(kTextSectionName)) {
-      elf.text = text->bytes();
-    }
-  }
-  if (elf.commentInfo.has_value()) {
-    elf.commentInfo.reset();
-    std::vector<absl::string_view> lines = loadCommentSection(image);
-    elf.commentInfo = std::move(lines);
-  }
+engine::Section& addSection(ELF& elf, absl::string_view name) {
+  engine::Section& added = elf.impl->image.addSection(name);
+  refreshNameTableView(elf);
+  return added;
 }
 
-void keepViewsValid(ELF& elf) noexcept {
-  try {
-    refreshViews(elf);
-  } catch (...) {
-    // refreshViews empties `commentInfo` before rebuilding it.
+void refreshNameTableView(ELF& elf) noexcept {
+  const engine::Image& image = elf.impl->image;
+  const size_t table = image.header().shstrndx;
+  if (table == 0 || table >= image.sectionCount()) return;
+  const engine::Section* names = &image.section(table);
+  if (elf.text && names == image.findSection(kTextSectionName)) {
+    elf.text = names->bytes();
+  }
+  if (elf.commentInfo && names == image.findSection(kCommentSectionName)) {
+    elf.commentInfo.reset();
+    try {
+      elf.commentInfo = loadCommentSection(image);
+    } catch (...) {
+      // Absent lines rather than lines on freed bytes.
+    }
   }
 }
 
