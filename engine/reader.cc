@@ -38,39 +38,50 @@ bool within(uint64_t b, uint64_t n, uint64_t lo, uint64_t hi) {
   return lo <= b && b + n <= hi && b < hi;
 }
 
+// Reads the section table. Entries lie in ascending order; the first one
+// not wholly inside the input keeps the bytes that are there (the rest read
+// as zero) and every later one reads as all zeros, none of them holding
+// data. Returns whether the table was cut short that way. Memory stays
+// bounded whatever the count claims: one record per entry, and data only
+// ever views the shared input.
 bool readSections(const SharedInput& input, const Codec& codec,
                   ImageState& out) {
   const FileHeader& h = out.header;
   const uint64_t n = input->size();
   const size_t entry_size = codec.sectionHeaderSize();
   // An entry size below the record size leaves the image without sections.
-  if (h.shnum == 0 || h.shentsize < entry_size) return true;
-  // A table that does not lie wholly inside the input is refused rather
-  // than padded with empty entries: a tiny file could otherwise claim 65535
-  // sections. Entries lie in ascending order, so checking the last suffices.
-  uint64_t last = 0;
-  if (!entryOffset(h.shoff, h.shnum - 1u, h.shentsize, &last) ||
-      !inside(last, entry_size, n)) {
-    return false;
-  }
+  if (h.shnum == 0 || h.shentsize < entry_size) return false;
   out.sections.reserve(h.shnum);
+  bool cut = false;
   for (uint64_t i = 0; i < h.shnum; ++i) {
-    const uint64_t at = h.shoff + i * h.shentsize;
     auto section = ImageInternals::makeSection(i, codec.wide());
     SectionState& s = ImageInternals::of(*section);
-    s.header = decodeSectionHeader(codec, input->data() + at);
     s.addr_init = true;
-    const SectionHeader& sh = s.header;
-    if (sh.type != kShtNull && sh.type != kShtNobits && sh.offset < n) {
-      s.held = static_cast<size_t>(std::min<uint64_t>(sh.size, n - sh.offset));
-      if (s.held != 0) {
-        s.input = input;
-        s.input_offset = static_cast<size_t>(sh.offset);
+    uint64_t at = 0;
+    const bool addressable = entryOffset(h.shoff, i, h.shentsize, &at);
+    const bool whole = addressable && inside(at, entry_size, n);
+    if (!cut && !whole) {
+      cut = true;
+      uint8_t partial[64] = {};
+      if (addressable && at < n) {
+        std::memcpy(partial, input->data() + at,
+                    static_cast<size_t>(std::min<uint64_t>(n - at, entry_size)));
+      }
+      s.header = decodeSectionHeader(codec, partial);
+    } else if (!cut) {
+      s.header = decodeSectionHeader(codec, input->data() + at);
+      const SectionHeader& sh = s.header;
+      if (sh.type != kShtNull && sh.type != kShtNobits && sh.offset < n) {
+        s.held = static_cast<size_t>(std::min<uint64_t>(sh.size, n - sh.offset));
+        if (s.held != 0) {
+          s.input = input;
+          s.input_offset = static_cast<size_t>(sh.offset);
+        }
       }
     }
     out.sections.push_back(std::move(section));
   }
-  return true;
+  return cut;
 }
 
 bool readNames(const ImageState& image, uint64_t input_size) {
@@ -163,8 +174,11 @@ bool ImageInternals::read(absl::Span<const uint8_t> bytes, ImageState& out) {
   SharedInput input =
       std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end());
   out.header = decodeFileHeader(codec, input->data());
-  if (!readSections(input, codec, out)) return false;
+  const bool table_cut = readSections(input, codec, out);
   if (!readNames(out, input->size())) return false;
+  // A cut section table leaves nothing trustworthy behind it: program
+  // headers are then refused.
+  if (table_cut && out.header.phnum != 0) return false;
   return readSegments(input, codec, out);
 }
 

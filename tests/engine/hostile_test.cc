@@ -1,5 +1,6 @@
 // Load rules for malformed and hostile input: what is refused, what is
 // tolerated, and that nothing reads out of bounds or hangs.
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -85,21 +86,82 @@ TEST(LoadRulesTest, IdentificationAndHeaderSize) {
   EXPECT_EQ(image.section(2).name(), ".data");
 }
 
+// Entries wholly inside the input are read. The first one cut short keeps
+// the bytes that are there and holds no data; every later one reads as zeros.
+// Program headers behind a cut table are refused.
 TEST(LoadRulesTest, SectionTableRules) {
-  Builder b = Builder::basic();
+  struct Row {
+    const char* edit;
+    std::function<void(Builder&, Bytes&)> apply;
+    bool loads;
+    std::vector<std::string> names;
+    std::vector<size_t> held;  // bytes each section holds
+  };
+  const Row rows[] = {
+      {"as built", [](Builder&, Bytes&) {}, true, {"", ".shstrtab", ".data"},
+       {0, 17, 6}},
+      {"entry size below the record size: no sections",
+       [](Builder& b, Bytes& out) {
+         b.h.shentsize = 63;
+         out = b.build();
+       },
+       true, {}, {}},
+      {"last entry cut by one byte",
+       [](Builder&, Bytes& out) { out.pop_back(); }, true,
+       {"", ".shstrtab", ".data"}, {0, 17, 0}},
+      {"cut inside the name table's entry: no names resolve",
+       [](Builder& b, Bytes& out) { out.resize(b.h.shoff + 64 + 10); }, true,
+       {"", "", ""}, {0, 0, 0}},
+      {"table past the end: every entry zero",
+       [](Builder& b, Bytes& out) {
+         for (int i = 40; i < 48; ++i) out[i] = 0xFF;  // e_shoff
+         (void)b;
+       },
+       true, {"", "", ""}, {0, 0, 0}},
+      {"cut table with program headers",
+       [](Builder& b, Bytes& out) {
+         b.segments.push_back({kPtLoad, kPfR, 0, 0, 0, 0, 0, 0});
+         out = b.build();
+         out.pop_back();
+       },
+       false, {}, {}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.edit);
+    Builder b = Builder::basic();
+    Bytes bytes = b.build();
+    row.apply(b, bytes);
+    Image image;
+    ASSERT_EQ(image.load(bytes), row.loads);
+    if (!row.loads) continue;
+    std::vector<std::string> names;
+    std::vector<size_t> held;
+    for (size_t i = 0; i < image.sectionCount(); ++i) {
+      names.push_back(image.section(i).name());
+      held.push_back(image.section(i).dataSize());
+    }
+    EXPECT_EQ(names, row.names);
+    EXPECT_EQ(held, row.held);
+  }
+}
+
+// A new image cut by its last byte: the name table's entry is cut, so no
+// names resolve and the table holds nothing; saved back, the table keeps its
+// place and recorded size, filled with zeros.
+TEST(LoadRulesTest, NewImageCutByOneByteSavesBack) {
+  Image fresh;
+  auto bytes = saveBytes(fresh);
+  ASSERT_TRUE(bytes);
+  ASSERT_EQ(bytes->size(), 144u);
+  Bytes cut(bytes->begin(), bytes->end() - 1);
   Image image;
-  b.h.shentsize = 63;  // too small: no sections, still loads
-  ASSERT_TRUE(image.load(b.build()));
-  EXPECT_EQ(image.sectionCount(), 0u);
-
-  b = Builder::basic();
-  Bytes bytes = b.build();
-  bytes.pop_back();  // last entry not wholly inside: refused
-  EXPECT_FALSE(image.load(bytes));
-
-  bytes = Builder::basic().build();
-  for (int i = 40; i < 48; ++i) bytes[i] = 0xFF;  // e_shoff: offsets wrap
-  EXPECT_FALSE(image.load(bytes));
+  ASSERT_TRUE(image.load(cut));
+  ASSERT_EQ(image.sectionCount(), 2u);
+  EXPECT_EQ(image.section(1).name(), "");
+  EXPECT_EQ(image.section(1).size(), 11u);
+  Bytes expected = *bytes;
+  std::fill(expected.begin() + 0x34, expected.begin() + 0x3F, 0);
+  EXPECT_EQ(saveBytes(image), expected);
 }
 
 TEST(LoadRulesTest, WiderEntriesUseTheirFirstBytes) {
