@@ -206,8 +206,8 @@ class Image {
 
   // Lays the image out and writes it with absolute positioning. Writes every
   // gap itself, so any seekable ostream works. False when the layout fails
-  // (a section placed below its segment, an offset past 4 GiB, or padding
-  // far beyond the bytes the image carries) or the stream fails; layout
+  // (a section placed below its segment, or an image larger than 4 GiB - 1
+  // bytes, the most a 32-bit image can address) or the stream fails; layout
   // values assigned so far stay in the image.
   bool save(std::ostream& out);
 

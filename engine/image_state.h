@@ -97,10 +97,9 @@ using ImageState = ImageInternals::ImageState;
 using SectionState = ImageInternals::SectionState;
 using SegmentState = ImageInternals::SegmentState;
 
-// Largest file offset or end a saved image may have, in both classes: the
-// 32-bit class cannot express more, and for the 64-bit class no useful zelk
-// image comes near it, while honouring a hostile size would mean writing
-// gigabytes of zeros.
+// The largest saved image, in both classes: the last offset a 32-bit image
+// can express. Every layout below it is written; a layout that would pass it
+// is refused, so a hostile alignment or size cannot wrap an offset around.
 constexpr uint64_t kMaxFileOffset = 0xFFFFFFFFu;
 
 }  // namespace engine

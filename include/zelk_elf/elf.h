@@ -160,7 +160,10 @@ class ZELK_ELF_API ELF {
   static absl::optional<ELF> load(absl::Span<const uint8_t> data);
 
   // Writes every engaged debug field into its section, lays the image out and
-  // returns its bytes. Empty on failure. Never throws.
+  // returns its bytes. Empty on failure: a section that would have to be
+  // placed below its segment's start or over another one, an image larger
+  // than 4 GiB - 1 bytes (the most a 32-bit image can address), or memory
+  // exhaustion. Never throws.
   absl::optional<Image> save();
 
   // Raw sections, found by exact name (the first of that name in table order).
