@@ -30,12 +30,12 @@ bool isText(py::handle value) {
 std::vector<py::object> recordFields(py::handle value, size_t count,
                                      const char* record) {
   if (!PySequence_Check(value.ptr()) || isText(value)) {
-    raise(PyExc_TypeError, absl::StrCat("expected a ", record, " or a tuple of ",
+    throwError(PyExc_TypeError, absl::StrCat("expected a ", record, " or a tuple of ",
                                         count, " fields, got ", typeName(value)));
   }
   auto sequence = py::reinterpret_borrow<py::sequence>(value);
   if (sequence.size() != count) {
-    raise(PyExc_TypeError, absl::StrCat("expected a ", record, " of ", count,
+    throwError(PyExc_TypeError, absl::StrCat("expected a ", record, " of ", count,
                                         " fields, got ", sequence.size()));
   }
   std::vector<py::object> fields;
@@ -49,7 +49,7 @@ std::vector<py::object> recordFields(py::handle value, size_t count,
 template <typename Add>
 void forEachItem(py::handle value, const char* what, Add&& add) {
   if (isText(value)) {
-    raise(PyExc_TypeError, absl::StrCat(what, " must be a list, not ",
+    throwError(PyExc_TypeError, absl::StrCat(what, " must be a list, not ",
                                         typeName(value)));
   }
   for (py::handle item : py::iter(value)) add(item);
@@ -60,7 +60,7 @@ template <typename Add>
 void forEachEntry(py::handle value, const char* what, Add&& add) {
   py::object mapping = py::module_::import("collections.abc").attr("Mapping");
   if (!py::isinstance(value, mapping)) {
-    raise(PyExc_TypeError, absl::StrCat(what, " must be a dict, not ",
+    throwError(PyExc_TypeError, absl::StrCat(what, " must be a dict, not ",
                                         typeName(value)));
   }
   for (py::handle key : py::iter(value)) {
@@ -97,12 +97,12 @@ BasicBlockRange rangeFromPython(py::handle value) {
 
 }  // namespace
 
-void raise(PyObject* type, const std::string& message) {
+void throwError(PyObject* type, const std::string& message) {
   PyErr_SetString(type, message.c_str());
   throw py::error_already_set();
 }
 
-void raisePackageError(const char* name, absl::string_view message) {
+void throwPackageError(const char* name, absl::string_view message) {
   py::object cls = recordClass(name);
   // Reasons may quote section names, which are bytes of any value.
   py::object text = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
@@ -114,7 +114,7 @@ void raisePackageError(const char* name, absl::string_view message) {
 
 uint64_t checkedUnsigned(py::handle value, uint64_t max, const char* what) {
   if (!PyLong_Check(value.ptr())) {
-    raise(PyExc_TypeError,
+    throwError(PyExc_TypeError,
           absl::StrCat(what, " must be an int, not ", typeName(value)));
   }
   const unsigned long long v = PyLong_AsUnsignedLongLong(value.ptr());
@@ -122,7 +122,7 @@ uint64_t checkedUnsigned(py::handle value, uint64_t max, const char* what) {
   const bool unconvertible = v == static_cast<unsigned long long>(-1) && PyErr_Occurred();
   if (unconvertible) PyErr_Clear();
   if (unconvertible || v > max) {
-    raise(max <= 0xFF ? PyExc_ValueError : PyExc_OverflowError,
+    throwError(max <= 0xFF ? PyExc_ValueError : PyExc_OverflowError,
           absl::StrCat(what, " must be between 0 and ", max, ", got ",
                        std::string(py::str(value))));
   }
@@ -138,7 +138,7 @@ py::str toStr(absl::string_view bytes) {
 
 std::string fromStr(py::handle value, const char* what) {
   if (!PyUnicode_Check(value.ptr())) {
-    raise(PyExc_TypeError, absl::StrCat(what, " must be a str, not ", typeName(value)));
+    throwError(PyExc_TypeError, absl::StrCat(what, " must be a str, not ", typeName(value)));
   }
   PyObject* encoded = PyUnicode_AsEncodedString(value.ptr(), "utf-8", "surrogateescape");
   if (encoded == nullptr) throw py::error_already_set();
@@ -149,7 +149,7 @@ std::string fromStr(py::handle value, const char* what) {
 
 ByteBuffer::ByteBuffer(py::handle object, const char* what) {
   if (PyUnicode_Check(object.ptr())) {
-    raise(PyExc_TypeError, absl::StrCat(what, " must be bytes-like, not str"));
+    throwError(PyExc_TypeError, absl::StrCat(what, " must be bytes-like, not str"));
   }
   if (PyObject_GetBuffer(object.ptr(), &view_, PyBUF_SIMPLE) != 0) {
     throw py::error_already_set();

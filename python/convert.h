@@ -22,10 +22,10 @@ namespace py = pybind11;
 
 // Sets a Python exception of `type` and unwinds to pybind11, which hands it
 // to the interpreter unchanged.
-[[noreturn]] void raise(PyObject* type, const std::string& message);
+[[noreturn]] void throwError(PyObject* type, const std::string& message);
 
 // Raises the package's own exception class `name` (LoadError, SaveError).
-[[noreturn]] void raisePackageError(const char* name, absl::string_view message);
+[[noreturn]] void throwPackageError(const char* name, absl::string_view message);
 
 // An int in [0, max]. Byte-wide fields refuse other values with ValueError,
 // as bytes() does; wider fields with OverflowError, as int.to_bytes() does.

@@ -45,14 +45,12 @@ void defDebugField(py::class_<ELF>& cls, const char* name,
       doc);
 }
 
-[[noreturn]] void raiseKeyError(py::handle key) {
+[[noreturn]] void throwKeyError(py::handle key) {
   PyErr_SetObject(PyExc_KeyError, key.ptr());
   throw py::error_already_set();
 }
 
-const engine::Section* findSection(const ELF& elf, py::handle name) {
-  return imageOf(elf).findSection(fromStr(name, "section name"));
-}
+std::string sectionName(py::handle name) { return fromStr(name, "section name"); }
 
 void bindElf(py::module_& m) {
   py::class_<ELF> cls(m, "Elf", R"(One ELF image in memory with its decoded debug information.
@@ -98,16 +96,16 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       "Read-only mapping of section names to their contents (bytes).");
   cls.def(
       "section_size",
-      [](const ELF& elf, py::handle name) -> uint64_t {
-        const engine::Section* section = findSection(elf, name);
-        if (section == nullptr) raiseKeyError(name);
-        return section->size();
+      [](const ELF& elf, py::handle name) {
+        const std::string key = sectionName(name);
+        if (!elf.hasSection(key)) throwKeyError(name);
+        return elf.getSectionSize(key);
       },
       py::arg("name"), "The section's recorded size (sh_size); KeyError when missing.");
   cls.def(
       "set_section",
       [](ELF& elf, py::handle name, py::handle data) {
-        std::string key = fromStr(name, "section name");
+        const std::string key = sectionName(name);
         ByteBuffer buffer(data, "data");
         elf.setSection(key, buffer.span());
       },
@@ -115,12 +113,12 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       "Replaces the section's contents, creating it when missing.");
   // What the Sections view is made of.
   cls.def("_has_section", [](const ELF& elf, py::handle name) {
-    return findSection(elf, name) != nullptr;
+    return elf.hasSection(sectionName(name));
   });
   cls.def("_section", [](const ELF& elf, py::handle name) -> py::object {
-    const engine::Section* section = findSection(elf, name);
-    if (section == nullptr) return py::none();
-    return toBytes(section->bytes());
+    const std::string key = sectionName(name);
+    if (!elf.hasSection(key)) return py::none();
+    return toBytes(elf.getSection(key));
   });
 
   // Text and comment.
@@ -156,7 +154,7 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       [](ELF& elf, py::handle lines) {
         std::vector<std::string> owned;
         if (PyUnicode_Check(lines.ptr())) {
-          raise(PyExc_TypeError, "lines must be a list of str, not str");
+          throwError(PyExc_TypeError, "lines must be a list of str, not str");
         }
         for (py::handle line : py::iter(lines)) owned.push_back(fromStr(line, "comment line"));
         const std::vector<absl::string_view> views(owned.begin(), owned.end());
@@ -200,14 +198,14 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       "save",
       [](ELF& elf) {
         absl::StatusOr<ELF::Image> image = saveWithReason(elf);
-        if (!image.ok()) raisePackageError("SaveError", image.status().message());
+        if (!image.ok()) throwPackageError("SaveError", image.status().message());
         return toBytes({image->data(), image->size()});
       },
       "Writes the debug fields into their sections and returns the image.");
   cls.def("__repr__", [](const ELF& elf) {
     return absl::StrCat("<zelk_elf.Elf machine=", elf.getMachine(),
                         " type=", elf.getType(),
-                        " sections=", imageOf(elf).sectionCount(), ">");
+                        " sections=", elf.getSectionNames().size(), ">");
   });
 }
 
@@ -220,7 +218,7 @@ void bindModule(py::module_& m) {
       [](py::handle data) {
         ByteBuffer buffer(data, "data");
         absl::StatusOr<ELF> elf = loadWithReason(buffer.span());
-        if (!elf.ok()) raisePackageError("LoadError", elf.status().message());
+        if (!elf.ok()) throwPackageError("LoadError", elf.status().message());
         return std::move(*elf);
       },
       py::arg("data"), "Reads an image from bytes; raises LoadError with the reason.");
