@@ -38,7 +38,7 @@ class SpillLoc(NamedTuple):
     """One spill record (.zelk.dbg.spill)."""
 
     addr: int  # 32 bits
-    index: int  # 8 bits
+    index: int  # type: ignore[assignment]  # 8 bits; shadows tuple.index
     kind: int  # 8 bits; 0 to 5 are defined
     name: str
 

@@ -73,7 +73,7 @@ def test_stubs_and_docs_name_everything():
     stub = ast.parse(Path(zelk_elf._zelk_elf.__file__).with_name("_zelk_elf.pyi").read_text())
     elf_stub = next(n for n in stub.body if isinstance(n, ast.ClassDef) and n.name == "Elf")
     members = {n for n in dir(zelk_elf.Elf) if not n.startswith("_")}
-    assert stub_names(elf_stub) - {"__init__"} == members
+    assert {n for n in stub_names(elf_stub) if not n.startswith("_")} == members
     assert stub_names(stub) == {"Elf", "load", "__version__"}
     docs = (ROOT / "docs" / "python.md").read_text()
     missing = [n for n in sorted(members) + zelk_elf.__all__ if f"`{n}" not in docs]
