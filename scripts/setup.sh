@@ -6,7 +6,8 @@ set -euo pipefail
 
 native=(build-essential cmake pkg-config g++-12 g++-multilib
         libabsl-dev libgtest-dev libgmock-dev googletest libbenchmark-dev
-        clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils)
+        clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils
+        pybind11-dev python3-dev python3-pytest)
 i386=(libabsl-dev:i386 libgtest-dev:i386 libgmock-dev:i386)
 
 missing=()

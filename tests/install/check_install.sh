@@ -29,4 +29,22 @@ LD_LIBRARY_PATH="$libdir" "$work/cmake-consumer/consumer"
 PKG_CONFIG_PATH="$libdir/pkgconfig" c++ -std=c++17 "$here/consumer/main.cc" -o "$work/pc-consumer" \
   $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs zelk_elf)
 LD_LIBRARY_PATH="$libdir" "$work/pc-consumer"
+
+# Python package, with the interpreter it was built for: importable from the
+# installed tree, and installed where that interpreter looks under the
+# default prefix.
+cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
+if [ "$(cached ZELK_ELF_PYTHON)" = ON ]; then
+  python=$(cached Python3_EXECUTABLE)
+  pydir=$(cached ZELK_ELF_PYTHON_INSTALL_DIR)
+  for f in __init__.py _zelk_elf.pyi py.typed; do
+    [ -f "$prefix/$pydir/zelk_elf/$f" ] || { echo "install: missing python $f" >&2; exit 1; }
+  done
+  (cd "$work" && PYTHONPATH="$prefix/$pydir" PYTHONNOUSERSITE=1 "$python" -c "
+import zelk_elf
+assert zelk_elf.__file__.startswith('$prefix/'), zelk_elf.__file__
+assert zelk_elf.load(zelk_elf.Elf().save()).section_names == ['', '.shstrtab']
+")
+  (cd "$work" && "$python" -c "import sys; assert '/usr/local/$pydir' in sys.path, sys.path")
+fi
 echo "install: ok"

@@ -1,0 +1,89 @@
+// Conversions between the library's values and plain Python values. Every
+// conversion from Python checks each integer against the width of the C++
+// field it lands in, so nothing is silently truncated.
+#ifndef ZELK_ELF_PYTHON_CONVERT_H_
+#define ZELK_ELF_PYTHON_CONVERT_H_
+
+#include <Python.h>
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "absl/strings/string_view.h"
+#include "absl/types/span.h"
+#include "zelk_elf/elf.h"
+
+namespace zelk_elf {
+namespace python {
+
+namespace py = pybind11;
+
+// Sets a Python exception of `type` and unwinds to pybind11, which hands it
+// to the interpreter unchanged.
+[[noreturn]] void throwError(PyObject* type, const std::string& message);
+
+// Raises the package's own exception class `name` (LoadError, SaveError).
+[[noreturn]] void throwPackageError(const char* name, absl::string_view message);
+
+// An int in [0, max]. Byte-wide fields refuse other values with ValueError,
+// as bytes() does; wider fields with OverflowError, as int.to_bytes() does.
+// Anything but an int raises TypeError. `what` names the field in messages.
+uint64_t checkedUnsigned(py::handle value, uint64_t max, const char* what);
+
+template <typename T>
+T checkedUint(py::handle value, const char* what) {
+  return static_cast<T>(
+      checkedUnsigned(value, std::numeric_limits<T>::max(), what));
+}
+
+// The library's strings are byte strings without an encoding. They cross as
+// str, decoded as UTF-8 with undecodable bytes kept as lone surrogates
+// (surrogateescape), so every byte string survives the round trip.
+py::str toStr(absl::string_view bytes);
+std::string fromStr(py::handle value, const char* what);
+
+// The bytes of any contiguous buffer (bytes, bytearray, memoryview), held
+// exported for the lifetime of this object.
+class ByteBuffer {
+ public:
+  ByteBuffer(py::handle object, const char* what);
+  ~ByteBuffer();
+  ByteBuffer(const ByteBuffer&) = delete;
+  ByteBuffer& operator=(const ByteBuffer&) = delete;
+
+  absl::Span<const uint8_t> span() const {
+    return {static_cast<const uint8_t*>(view_.buf),
+            static_cast<size_t>(view_.len)};
+  }
+
+ private:
+  Py_buffer view_{};
+};
+
+// A copy of `bytes` as a Python bytes object.
+py::bytes toBytes(absl::Span<const uint8_t> bytes);
+
+// The nine debug fields, one pair per value type. The Python forms are the
+// package's named tuples, lists and dicts (see zelk_elf/__init__.py).
+py::object toPython(const DebugInfoID& id);
+py::object toPython(const SpillInfo& info);
+py::object toPython(const SWPInfo& info);
+py::object toPython(const ControlFlowGraph& cfg);
+py::object toPython(const SourceMap& sources);
+py::object toPython(const SymbolMap& symbols);
+py::object toPython(const LatencyInfo& info);
+
+DebugInfoID dbgIdFromPython(py::handle value);
+SpillInfo spillInfoFromPython(py::handle value);
+SWPInfo swpInfoFromPython(py::handle value);
+ControlFlowGraph cfgFromPython(py::handle value);
+SourceMap sourceMapFromPython(py::handle value);
+SymbolMap symbolMapFromPython(py::handle value);
+LatencyInfo latencyInfoFromPython(py::handle value);
+
+}  // namespace python
+}  // namespace zelk_elf
+
+#endif  // ZELK_ELF_PYTHON_CONVERT_H_

@@ -1,0 +1,231 @@
+// zelk_elf._zelk_elf: the extension half of the Python package. It binds
+// zelk_elf::ELF as zelk_elf.Elf; the package's __init__.py holds the record
+// types, the section view and the exceptions that this half builds and raises.
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "absl/status/statusor.h"
+#include "absl/strings/str_cat.h"
+#include "absl/strings/string_view.h"
+#include "absl/types/optional.h"
+#include "elf/internal.h"
+#include "python/convert.h"
+#include "zelk_elf/elf.h"
+
+namespace zelk_elf {
+namespace python {
+namespace {
+
+// A debug field as a property: None when absent; assigning None makes it
+// absent. The new value is converted whole before it replaces the old one,
+// so a refused assignment leaves the field as it was.
+template <typename T, typename Get, typename Set>
+void defDebugField(py::class_<ELF>& cls, const char* name,
+                   absl::optional<T> ELF::*field, Get get, Set set,
+                   const char* doc) {
+  cls.def_property(
+      name,
+      [field, get](const ELF& elf) -> py::object {
+        const absl::optional<T>& value = elf.*field;
+        if (!value) return py::none();
+        return get(*value);
+      },
+      [field, set](ELF& elf, py::handle value) {
+        if (value.is_none()) {
+          (elf.*field).reset();
+        } else {
+          elf.*field = set(value);
+        }
+      },
+      doc);
+}
+
+[[noreturn]] void throwKeyError(py::handle key) {
+  PyErr_SetObject(PyExc_KeyError, key.ptr());
+  throw py::error_already_set();
+}
+
+std::string sectionName(py::handle name) { return fromStr(name, "section name"); }
+
+void bindElf(py::module_& m) {
+  py::class_<ELF> cls(m, "Elf", R"(One ELF image in memory with its decoded debug information.
+
+Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
+  cls.def(py::init<>());
+
+  // Header fields.
+  cls.def_property(
+      "machine", &ELF::getMachine,
+      [](ELF& elf, py::handle v) { elf.setMachine(checkedUint<uint16_t>(v, "machine")); },
+      "e_machine (16 bits).");
+  cls.def_property(
+      "type", &ELF::getType,
+      [](ELF& elf, py::handle v) { elf.setType(checkedUint<uint16_t>(v, "type")); },
+      "e_type (16 bits).");
+  cls.def_property(
+      "entry", &ELF::getEntry,
+      [](ELF& elf, py::handle v) {
+        // The header keeps the entry in the class's address width; refuse
+        // what a 32-bit image would silently cut to its low half.
+        const bool wide = imageOf(elf).elfClass() == engine::kClass64;
+        elf.setEntry(checkedUnsigned(
+            v, wide ? std::numeric_limits<uint64_t>::max()
+                    : std::numeric_limits<uint32_t>::max(),
+            "entry"));
+      },
+      "e_entry (32 or 64 bits, by the image's class).");
+
+  // Raw sections. Contents leave as bytes copies: a later set_section,
+  // set_text or save may free the storage a view would point into.
+  cls.def_property_readonly(
+      "section_names",
+      [](const ELF& elf) {
+        py::list names;
+        for (const std::string& name : elf.getSectionNames()) names.append(toStr(name));
+        return names;
+      },
+      "Names of all sections in table order, the null section's \"\" first.");
+  cls.def_property_readonly(
+      "sections",
+      [](py::object self) { return py::module_::import("zelk_elf").attr("Sections")(self); },
+      "Read-only mapping of section names to their contents (bytes).");
+  cls.def(
+      "section_size",
+      [](const ELF& elf, py::handle name) {
+        const std::string key = sectionName(name);
+        if (!elf.hasSection(key)) throwKeyError(name);
+        return elf.getSectionSize(key);
+      },
+      py::arg("name"), "The section's recorded size (sh_size); KeyError when missing.");
+  cls.def(
+      "set_section",
+      [](ELF& elf, py::handle name, py::handle data) {
+        const std::string key = sectionName(name);
+        ByteBuffer buffer(data, "data");
+        elf.setSection(key, buffer.span());
+      },
+      py::arg("name"), py::arg("data"),
+      "Replaces the section's contents, creating it when missing.");
+  // What the Sections view is made of.
+  cls.def("_has_section", [](const ELF& elf, py::handle name) {
+    return elf.hasSection(sectionName(name));
+  });
+  cls.def("_section", [](const ELF& elf, py::handle name) -> py::object {
+    const std::string key = sectionName(name);
+    if (!elf.hasSection(key)) return py::none();
+    return toBytes(elf.getSection(key));
+  });
+
+  // Text and comment.
+  cls.def(
+      "set_text",
+      [](ELF& elf, py::handle code, py::handle align) {
+        const auto alignment = checkedUint<unsigned int>(align, "align");
+        ByteBuffer buffer(code, "code");
+        elf.setText(buffer.span(), alignment);
+      },
+      py::arg("code"), py::arg("align"),
+      "Installs code as .text with that alignment, in a loadable segment.");
+  cls.def_property_readonly("text_addr", &ELF::getTextAddr,
+                            "Address of .text (low 32 bits); 0 without one.");
+  cls.def_property_readonly(
+      "text",
+      [](const ELF& elf) -> py::object {
+        if (!elf.text) return py::none();
+        return toBytes(*elf.text);
+      },
+      "Contents of .text as bytes; None when the image has no .text.");
+  cls.def_property_readonly(
+      "comment",
+      [](const ELF& elf) -> py::object {
+        if (!elf.commentInfo) return py::none();
+        py::list lines;
+        for (absl::string_view line : *elf.commentInfo) lines.append(toStr(line));
+        return lines;
+      },
+      "Lines of .comment; None when it is missing or empty.");
+  cls.def(
+      "set_comment",
+      [](ELF& elf, py::handle lines) {
+        std::vector<std::string> owned;
+        if (PyUnicode_Check(lines.ptr())) {
+          throwError(PyExc_TypeError, "lines must be a list of str, not str");
+        }
+        for (py::handle line : py::iter(lines)) owned.push_back(fromStr(line, "comment line"));
+        const std::vector<absl::string_view> views(owned.begin(), owned.end());
+        elf.setCommentInfo(views);
+      },
+      py::arg("lines"),
+      "Rewrites .comment: each non-empty line and a NUL. [] changes nothing.");
+
+  // Debug information.
+  defDebugField(cls, "dbg_id", &ELF::dbgID,
+                [](const DebugInfoID& v) { return toPython(v); }, dbgIdFromPython,
+                "DebugInfoID(kind, id0, id1) or None.");
+  defDebugField(cls, "spill_info", &ELF::spillInfo,
+                [](const SpillInfo& v) { return toPython(v); }, spillInfoFromPython,
+                "list[SpillLoc] or None.");
+  defDebugField(cls, "swp_info", &ELF::swpInfo,
+                [](const SWPInfo& v) { return toPython(v); }, swpInfoFromPython,
+                "list of SWP addresses (int) or None.");
+  defDebugField(cls, "cfg_info", &ELF::cfgInfo,
+                [](const ControlFlowGraph& v) { return toPython(v); }, cfgFromPython,
+                "list of edges, (BasicBlockRange, BasicBlockRange) pairs, or None.");
+  defDebugField(cls, "src_info", &ELF::srcInfo,
+                [](const SourceMap& v) { return toPython(v); }, sourceMapFromPython,
+                "dict of source name to list of strings, or None.");
+  defDebugField(cls, "sym_info", &ELF::symInfo,
+                [](const SymbolMap& v) { return toPython(v); }, symbolMapFromPython,
+                "dict of symbol name to SymbolAddr, or None.");
+  defDebugField(cls, "pm_size", &ELF::pmSize,
+                [](uint32_t v) -> py::object { return py::int_(v); },
+                [](py::handle v) { return checkedUint<uint32_t>(v, "pm_size"); },
+                "PM size (32 bits) or None.");
+  defDebugField(cls, "verify_info", &ELF::verifyInfo,
+                [](const std::string& v) -> py::object { return toStr(v); },
+                [](py::handle v) { return fromStr(v, "verify_info"); },
+                "Verify-info text or None.");
+  defDebugField(cls, "latency_info", &ELF::latencyInfo,
+                [](const LatencyInfo& v) { return toPython(v); }, latencyInfoFromPython,
+                "list[LatencyInfoLoc] or None.");
+
+  cls.def(
+      "save",
+      [](ELF& elf) {
+        absl::StatusOr<ELF::Image> image = saveWithReason(elf);
+        if (!image.ok()) throwPackageError("SaveError", image.status().message());
+        return toBytes({image->data(), image->size()});
+      },
+      "Writes the debug fields into their sections and returns the image.");
+  cls.def("__repr__", [](const ELF& elf) {
+    return absl::StrCat("<zelk_elf.Elf machine=", elf.getMachine(),
+                        " type=", elf.getType(),
+                        " sections=", elf.getSectionNames().size(), ">");
+  });
+}
+
+void bindModule(py::module_& m) {
+  m.doc() = "The compiled half of the zelk_elf package; import zelk_elf instead.";
+  m.attr("__version__") = ZELK_ELF_VERSION;
+  bindElf(m);
+  m.def(
+      "load",
+      [](py::handle data) {
+        ByteBuffer buffer(data, "data");
+        absl::StatusOr<ELF> elf = loadWithReason(buffer.span());
+        if (!elf.ok()) throwPackageError("LoadError", elf.status().message());
+        return std::move(*elf);
+      },
+      py::arg("data"), "Reads an image from bytes; raises LoadError with the reason.");
+}
+
+}  // namespace
+}  // namespace python
+}  // namespace zelk_elf
+
+PYBIND11_MODULE(_zelk_elf, m) { zelk_elf::python::bindModule(m); }
