@@ -114,7 +114,7 @@ def test_load_error_carries_the_reason():
 
 def test_save_refuses_a_layout_it_cannot_write():
     elf = zelk_elf.Elf()
-    elf.set_text(b"x", 1 << 30)  # padding far beyond the bytes carried
+    elf.set_text(b"x", 0xFFFFFFFF)  # the code would end past 4 GiB - 1
     with pytest.raises(zelk_elf.SaveError) as refused:
         elf.save()
     assert isinstance(refused.value, zelk_elf.Error) and str(refused.value)
