@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "benchmark/benchmark.h"
-#include "elf/impl.h"
+#include "elf/internal.h"
 #include "zelk_elf/elf.h"
 
 namespace {
@@ -170,18 +170,18 @@ ELF nestedSegments(int segments) {
   namespace e = zelk_elf::engine;
   ELF elf;
   elf.setType(2);
-  e::Image& image = elf.impl->image;
+  e::Image& image = zelk_elf::imageOf(elf);
   const uint8_t data[16] = {};
   for (int k = 1; k <= segments; ++k) {
     e::Section& s = image.addSection(".s" + std::to_string(k));
-    s.setType(e::kShtProgbits);
-    s.setFlags(e::kShfAlloc);
+    s.header.type = e::kShtProgbits;
+    s.header.flags = e::kShfAlloc;
     s.setData(data, sizeof data);
   }
   for (int i = 0; i < segments; ++i) {
     e::Segment& g = image.addSegment();
-    g.setType(e::kPtLoad);
-    g.setVirtualAddress(0x1000);
+    g.header.type = e::kPtLoad;
+    g.header.vaddr = 0x1000;
     for (int k = 1; k <= i + 1; ++k) g.addSectionIndex(static_cast<uint16_t>(k + 1), 1);
   }
   return elf;

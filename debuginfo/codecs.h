@@ -12,7 +12,7 @@
 #include "absl/types/variant.h"
 #include "serialize/containers.h"
 #include "serialize/traits.h"
-#include "zelk_elf/elf.h"
+#include "zelk_elf/debug_info.h"
 
 namespace tolva_lib {
 namespace serialize {
@@ -69,7 +69,8 @@ struct LocsToEnd {
   }
   template <typename E>
   static EncodeResult<E> encode(const Record& v, E& e) {
-    return encodeEach(v.locs, e);
+    putEach(v.locs, e);
+    return absl::monostate{};
   }
 };
 
@@ -116,7 +117,8 @@ struct Encodable<zelk_elf::SpillLoc> {
     e.writeU32(v.addr);
     e.writeU8(v.index);
     e.writeU8(v.kind);
-    return Encodable<std::string>::encode(v.name, e);
+    put(v.name, e);
+    return absl::monostate{};
   }
 };
 
@@ -196,10 +198,8 @@ struct Encodable<zelk_elf::ControlFlowGraph> {
   template <typename E>
   static EncodeResult<E> encode(const zelk_elf::ControlFlowGraph& v, E& e) {
     for (const auto& edge : v.edges) {
-      auto a = Encodable<zelk_elf::BasicBlockRange>::encode(std::get<0>(edge), e);
-      if (a.isErr()) return std::move(a).getErr();
-      auto b = Encodable<zelk_elf::BasicBlockRange>::encode(std::get<1>(edge), e);
-      if (b.isErr()) return std::move(b).getErr();
+      put(std::get<0>(edge), e);
+      put(std::get<1>(edge), e);
     }
     return absl::monostate{};
   }

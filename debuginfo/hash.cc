@@ -1,5 +1,5 @@
 #include "absl/hash/hash.h"
-#include "zelk_elf/elf.h"
+#include "zelk_elf/debug_info.h"
 
 namespace zelk_elf {
 

@@ -1,14 +1,15 @@
 #include "elf/comment.h"
 
 #include "absl/strings/str_split.h"
+#include "elf/sections.h"
 
 namespace zelk_elf {
 
 std::vector<absl::string_view> loadCommentSection(const engine::Image& image) {
   const engine::Section* section = image.findSection(kCommentSectionName);
-  if (section == nullptr || section->data() == nullptr) return {};
-  absl::string_view data(reinterpret_cast<const char*>(section->data()),
-                         section->dataSize());
+  if (section == nullptr || section->bytes().data() == nullptr) return {};
+  const absl::string_view data(reinterpret_cast<const char*>(section->bytes().data()),
+                               section->bytes().size());
   return absl::StrSplit(data, '\0');
 }
 

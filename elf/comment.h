@@ -10,9 +10,6 @@
 
 namespace zelk_elf {
 
-inline constexpr const char kCommentSectionName[] = ".comment";
-inline constexpr const char kTextSectionName[] = ".text";
-
 // The lines of the first ".comment" section, as views into its data: the data
 // split at every NUL, empty pieces kept (so data ending in NUL yields a last,
 // empty line). No lines when there is no such section or it holds no bytes.
@@ -21,8 +18,7 @@ std::vector<absl::string_view> loadCommentSection(const engine::Image& image);
 
 // The section data that stores `lines`: each non-empty line followed by a
 // NUL; empty lines are dropped because the format cannot represent them.
-std::vector<uint8_t> encodeCommentLines(
-    const std::vector<absl::string_view>& lines);
+std::vector<uint8_t> encodeCommentLines(const std::vector<absl::string_view>& lines);
 
 }  // namespace zelk_elf
 

@@ -9,26 +9,13 @@ namespace zelk_elf {
 
 ELF::ELF() : impl(std::make_unique<Impl>()) {}
 
-// Members are initialised in declaration order: the image pointer first, then
-// every optional. Nothing here allocates.
-ELF::ELF(ELF&& other) noexcept
-    : impl(std::move(other.impl)),
-      dbgID(std::move(other.dbgID)),
-      spillInfo(std::move(other.spillInfo)),
-      swpInfo(std::move(other.swpInfo)),
-      cfgInfo(std::move(other.cfgInfo)),
-      srcInfo(std::move(other.srcInfo)),
-      symInfo(std::move(other.symInfo)),
-      pmSize(std::move(other.pmSize)),
-      verifyInfo(std::move(other.verifyInfo)),
-      latencyInfo(std::move(other.latencyInfo)),
-      commentInfo(std::move(other.commentInfo)),
-      text(std::move(other.text)) {}
+// Member by member in declaration order: the image pointer changes hands,
+// so the views keep pointing into the bytes it owns.
+ELF::ELF(ELF&& other) noexcept = default;
 
+// Not defaulted: assigning an object to itself keeps it whole.
 ELF& ELF::operator=(ELF&& other) noexcept {
   if (this == &other) return *this;
-  // Taking the other image releases ours; our old views die with it and are
-  // overwritten below.
   impl = std::move(other.impl);
   dbgID = std::move(other.dbgID);
   spillInfo = std::move(other.spillInfo);
@@ -48,11 +35,11 @@ ELF& ELF::operator=(ELF&& other) noexcept {
 // `commentInfo` and `text` never outlive the bytes they point into.
 ELF::~ELF() = default;
 
-uint16_t ELF::getMachine() const { return impl->image.machine(); }
-void ELF::setMachine(uint16_t machine) { impl->image.setMachine(machine); }
-uint16_t ELF::getType() const { return impl->image.type(); }
-void ELF::setType(uint16_t type) { impl->image.setType(type); }
-uint64_t ELF::getEntry() const { return impl->image.entry(); }
+uint16_t ELF::getMachine() const { return impl->image.header().machine; }
+void ELF::setMachine(uint16_t machine) { impl->image.header().machine = machine; }
+uint16_t ELF::getType() const { return impl->image.header().type; }
+void ELF::setType(uint16_t type) { impl->image.header().type = type; }
+uint64_t ELF::getEntry() const { return impl->image.header().entry; }
 void ELF::setEntry(uint64_t entry) { impl->image.setEntry(entry); }
 
 }  // namespace zelk_elf

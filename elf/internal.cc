@@ -1,8 +1,6 @@
 #include "elf/internal.h"
 
-#include <utility>
-
-#include "absl/status/status.h"
+#include "absl/strings/str_cat.h"
 #include "elf/impl.h"
 
 namespace zelk_elf {
@@ -10,16 +8,13 @@ namespace zelk_elf {
 engine::Image& imageOf(ELF& elf) { return elf.impl->image; }
 const engine::Image& imageOf(const ELF& elf) { return elf.impl->image; }
 
-absl::StatusOr<ELF> loadWithReason(absl::Span<const uint8_t> data) {
-  absl::optional<ELF> elf = ELF::load(data);
-  if (!elf) return absl::InvalidArgumentError("the image does not load");
-  return std::move(*elf);
-}
-
-absl::StatusOr<ELF::Image> saveWithReason(ELF& elf) {
-  absl::optional<ELF::Image> image = elf.save();
-  if (!image) return absl::FailedPreconditionError("the image could not be saved");
-  return std::move(*image);
+absl::Status outOfMemory(const char* while_doing) noexcept {
+  try {
+    return absl::ResourceExhaustedError(absl::StrCat("out of memory while ", while_doing));
+  } catch (...) {
+    // Not even the reason fits: the code alone says it.
+    return absl::Status(absl::StatusCode::kResourceExhausted, "");
+  }
 }
 
 }  // namespace zelk_elf

@@ -7,8 +7,10 @@
 
 #include <cstdint>
 
+#include "absl/status/status.h"
 #include "absl/status/statusor.h"
 #include "absl/types/span.h"
+#include "elf/debug_fields.h"
 #include "engine/image.h"
 #include "zelk_elf/elf.h"
 
@@ -17,13 +19,18 @@ namespace zelk_elf {
 engine::Image& imageOf(ELF& elf);
 const engine::Image& imageOf(const ELF& elf);
 
-// ELF::load, but a failure carries its reason, e.g. "not an ELF image (no
-// ELF magic number)" or ".zelk.dbg.swp: payload ends inside an element at
-// offset 4". ELF::load is this with the reason dropped.
-absl::StatusOr<ELF> loadWithReason(absl::Span<const uint8_t> data);
+// ELF::load, but a failure carries its reason: "not an ELF image (no ELF
+// magic number)", ".zelk.dbg.swp: payload of 6 bytes ends inside an element
+// at offset 4". ELF::load is this with the reason dropped.
+absl::StatusOr<ELF> loadWithReason(absl::Span<const uint8_t> data) noexcept;
 
-// ELF::save, but a failure carries its reason.
-absl::StatusOr<ELF::Image> saveWithReason(ELF& elf);
+// ELF::save, but a failure carries its reason. ELF::save is this with the
+// reason dropped.
+absl::StatusOr<ELF::Image> saveWithReason(ELF& elf) noexcept;
+
+// A resource-exhausted status saying what ran out of memory; when not even
+// that text can be allocated, the code alone.
+absl::Status outOfMemory(const char* while_doing) noexcept;
 
 }  // namespace zelk_elf
 

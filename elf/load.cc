@@ -1,33 +1,38 @@
-// ELF::load: bytes to an object with decoded debug information.
-#include <exception>
+// Loading: bytes to an object with decoded debug information.
 #include <utility>
+#include <vector>
 
-#include "debuginfo/debug_sections.h"
 #include "elf/comment.h"
+#include "elf/debug_fields.h"
 #include "elf/impl.h"
-#include "zelk_elf/elf.h"
+#include "elf/internal.h"
+#include "elf/sections.h"
 
 namespace zelk_elf {
 
-absl::optional<ELF> ELF::load(absl::Span<const uint8_t> data) {
+absl::StatusOr<ELF> loadWithReason(absl::Span<const uint8_t> data) noexcept {
   try {
     ELF elf;
     engine::Image& image = elf.impl->image;
     // The engine copies what it keeps, so `data` is not referenced after
     // this call.
-    if (!image.load(data)) return absl::nullopt;
-    if (!readDebugSections(image, elf)) return absl::nullopt;
-
+    if (absl::Status s = image.load(data); !s.ok()) return s;
+    if (absl::Status s = readDebugFields(elf); !s.ok()) return s;
     std::vector<absl::string_view> lines = loadCommentSection(image);
     if (!lines.empty()) elf.commentInfo = std::move(lines);
-
     if (const engine::Section* text = image.findSection(kTextSectionName)) {
       elf.text = text->bytes();
     }
-    return absl::optional<ELF>(std::move(elf));
+    return elf;
   } catch (...) {
-    return absl::nullopt;
+    return outOfMemory("loading");
   }
+}
+
+absl::optional<ELF> ELF::load(absl::Span<const uint8_t> data) {
+  absl::StatusOr<ELF> elf = loadWithReason(data);
+  if (!elf.ok()) return absl::nullopt;
+  return absl::optional<ELF>(std::move(*elf));
 }
 
 }  // namespace zelk_elf

@@ -1,13 +1,78 @@
-// Raw section access by name.
+// Raw section access by name, and the one place views are kept valid.
+#include "elf/sections.h"
+
 #include <string>
 #include <vector>
 
 #include "elf/comment.h"
 #include "elf/impl.h"
-#include "elf/views.h"
-#include "zelk_elf/elf.h"
 
 namespace zelk_elf {
+namespace {
+
+// Which view, if any, shows the bytes of `section`: the first ".text" and
+// the first ".comment" of the image have one each.
+struct Viewed {
+  bool text = false;
+  bool comment = false;
+};
+
+Viewed viewedBy(const ELF& elf, const engine::Section& section) {
+  const engine::Image& image = elf.impl->image;
+  Viewed v;
+  v.text = section.name == kTextSectionName &&
+           &section == image.findSection(kTextSectionName);
+  v.comment = section.name == kCommentSectionName &&
+              &section == image.findSection(kCommentSectionName);
+  return v;
+}
+
+// Points the views that show `section` at its current bytes.
+void refreshViews(ELF& elf, const engine::Section& section, Viewed viewed) {
+  if (viewed.text) elf.text = section.bytes();
+  if (viewed.comment) {
+    elf.commentInfo.reset();
+    elf.commentInfo = loadCommentSection(elf.impl->image);
+  }
+}
+
+}  // namespace
+
+engine::Section& addSection(ELF& elf, absl::string_view name) {
+  engine::Image& image = elf.impl->image;
+  engine::Section& added = image.addSection(name);
+  const size_t table = image.header().shstrndx;
+  if (table != 0 && table < image.sections().size()) {
+    const engine::Section& names = image.sections()[table];
+    try {
+      refreshViews(elf, names, viewedBy(elf, names));
+    } catch (...) {
+      // The section is added; only the lines of a ".comment" that holds the
+      // names could not be read again, and they are absent now.
+    }
+  }
+  return added;
+}
+
+void replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data) {
+  // Drop views into the bytes about to be released before releasing them.
+  const Viewed viewed = viewedBy(elf, section);
+  if (viewed.text) elf.text.reset();
+  if (viewed.comment) elf.commentInfo.reset();
+  section.setData(data.data(), data.size());
+  refreshViews(elf, section, viewed);
+}
+
+engine::Section& writeRawSection(ELF& elf, absl::string_view name,
+                                 absl::Span<const uint8_t> data) {
+  engine::Section* section = elf.impl->image.findSection(name);
+  if (section == nullptr) section = &addSection(elf, name);
+  // Type first: SHT_NOBITS holds no data.
+  section->header.type = engine::kShtProgbits;
+  replaceData(elf, *section, data);
+  section->header.addralign = 1;
+  return *section;
+}
 
 bool ELF::hasSection(const std::string& name) const {
   return impl->image.findSection(name) != nullptr;
@@ -15,46 +80,25 @@ bool ELF::hasSection(const std::string& name) const {
 
 absl::Span<const uint8_t> ELF::getSection(const std::string& name) const {
   const engine::Section* section = impl->image.findSection(name);
-  if (section == nullptr) return {};
   // The bytes held, never the recorded size: SHT_NOBITS and truncated
   // sections hold fewer bytes than their headers claim.
-  return section->bytes();
+  return section == nullptr ? absl::Span<const uint8_t>() : section->bytes();
 }
 
 size_t ELF::getSectionSize(const std::string& name) const {
   const engine::Section* section = impl->image.findSection(name);
-  if (section == nullptr) return 0;
-  return static_cast<size_t>(section->size());
+  return section == nullptr ? 0 : static_cast<size_t>(section->header.size);
 }
 
 void ELF::setSection(const std::string& name, absl::Span<const uint8_t> data) {
-  engine::Image& image = impl->image;
-  engine::Section* section = image.findSection(name);
-  if (section == nullptr) section = &addSection(*this, name);
-
-  const bool is_text = name == kTextSectionName;
-  const bool is_comment = name == kCommentSectionName;
-  // Drop views into the bytes about to be released before releasing them;
-  // if the lines cannot be read again they stay absent.
-  if (is_text) text.reset();
-  if (is_comment) commentInfo.reset();
-
-  // Type first: the engine keeps no data for SHT_NOBITS.
-  section->setType(engine::kShtProgbits);
-  section->setData(data.data(), data.size());
-  section->setAddrAlign(1);
-
-  if (is_text) text = section->bytes();
-  if (is_comment) commentInfo = loadCommentSection(image);
+  writeRawSection(*this, name, data);
 }
 
 std::vector<std::string> ELF::getSectionNames() const {
-  const engine::Image& image = impl->image;
+  const absl::Span<const engine::Section> sections = impl->image.sections();
   std::vector<std::string> names;
-  names.reserve(image.sectionCount());
-  for (size_t i = 0; i < image.sectionCount(); ++i) {
-    names.push_back(image.section(i).name());
-  }
+  names.reserve(sections.size());
+  for (const engine::Section& s : sections) names.emplace_back(s.name);
   return names;
 }
 

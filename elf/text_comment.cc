@@ -1,9 +1,10 @@
 // Installing processor code as ".text" and rewriting ".comment".
+#include <algorithm>
 #include <vector>
 
 #include "elf/comment.h"
 #include "elf/impl.h"
-#include "elf/views.h"
+#include "elf/sections.h"
 #include "zelk_elf/elf.h"
 
 namespace zelk_elf {
@@ -12,9 +13,10 @@ namespace {
 constexpr uint64_t kTextSegmentAlign = 0x1000;
 
 bool isCarriedBySegment(const engine::Image& image, size_t section_index) {
-  for (size_t i = 0; i < image.segmentCount(); ++i) {
-    for (uint16_t index : image.segment(i).sectionIndexes()) {
-      if (index == section_index) return true;
+  for (const engine::Segment& g : image.segments()) {
+    if (std::find(g.sections.begin(), g.sections.end(), section_index) !=
+        g.sections.end()) {
+      return true;
     }
   }
   return false;
@@ -27,36 +29,30 @@ void ELF::setText(absl::Span<const uint8_t> code, unsigned int align) {
     engine::Image& image = impl->image;
     engine::Section* section = image.findSection(kTextSectionName);
     if (section == nullptr) section = &addSection(*this, kTextSectionName);
-
-    section->setType(engine::kShtProgbits);
-    section->setFlags(engine::kShfAlloc | engine::kShfExecInstr);
-    // The old bytes go away inside setData; the view must not survive them,
-    // whatever happens afterwards.
-    text.reset();
-    section->setData(code.data(), code.size());
-    text = section->bytes();
-    section->setAddrAlign(align);
+    section->header.type = engine::kShtProgbits;
+    section->header.flags = engine::kShfAlloc | engine::kShfExecInstr;
+    replaceData(*this, *section, code);
+    section->header.addralign = align;
 
     // Relocatable objects have no segments to load the code with.
-    if (image.type() == engine::kEtRel) return;
-    if (isCarriedBySegment(image, section->index())) return;
+    if (image.header().type == engine::kEtRel) return;
+    const size_t index = static_cast<size_t>(section - image.sections().data());
+    if (isCarriedBySegment(image, index)) return;
     engine::Segment& segment = image.addSegment();
-    segment.setType(engine::kPtLoad);
-    segment.setVirtualAddress(0);
-    segment.setPhysicalAddress(0);
-    segment.setFlags(engine::kPfR | engine::kPfX);
-    segment.setAlign(kTextSegmentAlign);
-    segment.addSectionIndex(static_cast<uint16_t>(section->index()),
-                            section->addrAlign());
+    segment.header.type = engine::kPtLoad;
+    segment.header.vaddr = 0;
+    segment.header.paddr = 0;
+    segment.header.flags = engine::kPfR | engine::kPfX;
+    segment.header.align = kTextSegmentAlign;
+    segment.addSectionIndex(static_cast<uint16_t>(index), section->header.addralign);
   } catch (...) {
-    // Whatever was changed stays; `text` is reset before the old bytes go.
+    // Whatever was changed stays; `text` never views released bytes.
   }
 }
 
 uint32_t ELF::getTextAddr() const {
   const engine::Section* section = impl->image.findSection(kTextSectionName);
-  if (section == nullptr) return 0;
-  return static_cast<uint32_t>(section->address());
+  return section == nullptr ? 0 : static_cast<uint32_t>(section->header.addr);
 }
 
 void ELF::setCommentInfo(const std::vector<absl::string_view>& lines) {
@@ -64,23 +60,17 @@ void ELF::setCommentInfo(const std::vector<absl::string_view>& lines) {
   try {
     engine::Image& image = impl->image;
     const std::vector<uint8_t> data = encodeCommentLines(lines);
-
     engine::Section* section = image.findSection(kCommentSectionName);
     if (section == nullptr) {
       section = &addSection(*this, kCommentSectionName);
-      section->setType(engine::kShtProgbits);
-      section->setFlags(engine::kShfMerge | engine::kShfStrings);
-      section->setEntrySize(1);
-      section->setAddrAlign(1);
+      section->header.type = engine::kShtProgbits;
+      section->header.flags = engine::kShfMerge | engine::kShfStrings;
+      section->header.entsize = 1;
+      section->header.addralign = 1;
     }
-    // Forget the old lines before their bytes are released: if reading the
-    // new ones fails, the lines are absent rather than dangling.
-    commentInfo.reset();
-    section->setData(data.data(), data.size());
-    commentInfo = loadCommentSection(image);
+    replaceData(*this, *section, data);
   } catch (...) {
-    // Changes made so far stay; `commentInfo` is reset before the old bytes
-    // go.
+    // Whatever was changed stays; `commentInfo` never views released bytes.
   }
 }
 

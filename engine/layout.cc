@@ -1,26 +1,42 @@
-// Save layout: assigns file offsets to segments and sections, segment sizes,
-// and the header's table fields. The placement rules reproduce the reference
-// writer's output byte for byte; every position is checked for wraparound and
-// kept within kMaxFileOffset.
-#include <algorithm>
-#include <deque>
-#include <vector>
+#include "engine/layout.h"
 
-#include "engine/image_state.h"
+#include <algorithm>
+#include <numeric>
+#include <string>
+
+#include "absl/strings/escaping.h"
+#include "absl/strings/str_cat.h"
 
 namespace zelk_elf {
 namespace engine {
 namespace {
 
-// pos += by, refusing wraparound and positions past kMaxFileOffset.
+std::string hex(uint64_t v) { return absl::StrCat("0x", absl::Hex(v)); }
+
+std::string sectionLabel(const Image& image, size_t index) {
+  return absl::StrCat("section ", index, " (\"",
+                      absl::CEscape(image.sections()[index].name), "\")");
+}
+
+absl::Status refuse(absl::string_view what) {
+  return absl::FailedPreconditionError(what);
+}
+
+absl::Status tooBig(absl::string_view placing) {
+  return refuse(absl::StrCat("the image would pass ", kMaxImageSize,
+                             " bytes, the largest it can be (placing ", placing, ")"));
+}
+
+// pos += by, refusing wraparound and positions past kMaxImageSize.
 bool advance(uint64_t& pos, uint64_t by) {
-  if (by > kMaxFileOffset || pos > kMaxFileOffset - by) return false;
+  if (by > kMaxImageSize || pos > kMaxImageSize - by) return false;
   pos += by;
   return true;
 }
 
-// Merge walk over two lists taken as ascending: is every element of `b` in
-// `a`? Lists built out of order give the same answers as the reference.
+// Merge walk over two lists taken as ascending: is every element of `b`
+// matched in `a`? For lists built out of order it still gives this exact
+// walk's answer, which the order of nested segments depends on.
 bool includes(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b) {
   size_t i = 0, j = 0;
   while (i < a.size() && j < b.size()) {
@@ -35,204 +51,327 @@ bool includes(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b) {
   return j == b.size();
 }
 
-bool contained(const SegmentState& s, const SegmentState& t) {
-  return s.sections.size() < t.sections.size() &&
-         includes(t.sections, s.sections);
-}
+// What the containment tests need of one segment's list.
+struct ListShape {
+  size_t size = 0;
+  bool ascending = true;  // strictly, so the list is a set
+  bool interval = false;  // ascending and without gaps
+  uint16_t first = 0, last = 0;
+};
 
-// The order in which segments are laid out: initialized segments at offset 0
-// first (they cover the headers), then every segment only after all the
-// segments that contain it.
-std::vector<SegmentState*> layoutOrder(ImageState& image) {
-  std::vector<SegmentState*> w;
-  for (auto& g : image.segments) w.push_back(&ImageInternals::of(*g));
-  size_t k = 0;
-  for (size_t i = 0; i < w.size(); ++i) {
-    if (i != k && w[i]->off_init && w[i]->header.offset == 0) {
-      if (w[k]->header.offset == 0) ++k;
-      std::swap(w[i], w[k]);
-      ++k;
-    }
+ListShape shapeOf(const std::vector<uint16_t>& list) {
+  ListShape s;
+  s.size = list.size();
+  if (list.empty()) return s;
+  for (size_t i = 1; i < list.size(); ++i) {
+    if (list[i] <= list[i - 1]) s.ascending = false;
   }
-  // A segment is taken from the front of the queue when no segment still
-  // queued contains it, otherwise it goes to the back. `containers` counts
-  // the queued segments containing each one, so a turn costs O(1).
-  const size_t m = w.size();
-  std::vector<size_t> containers(m, 0);
-  for (size_t s = 0; s < m; ++s) {
-    for (size_t t = 0; t < m; ++t) {
-      if (s != t && contained(*w[s], *w[t])) ++containers[s];
-    }
-  }
-  std::deque<size_t> queue;
-  for (size_t i = 0; i < m; ++i) queue.push_back(i);
-  std::vector<bool> queued(m, true);
-  std::vector<SegmentState*> order;
-  order.reserve(m);
-  while (!queue.empty()) {
-    const size_t s = queue.front();
-    queue.pop_front();
-    if (containers[s] != 0) {
-      queue.push_back(s);
-      continue;
-    }
-    order.push_back(w[s]);
-    queued[s] = false;
-    for (size_t u = 0; u < m; ++u) {
-      if (queued[u] && contained(*w[u], *w[s])) --containers[u];
-    }
-  }
-  return order;
+  s.first = list.front();
+  s.last = list.back();
+  s.interval = s.ascending && size_t{s.last} - s.first + 1 == s.size;
+  return s;
 }
 
 // Places one segment and the sections it lists that are not placed yet.
-bool layoutSegment(ImageState& image, SegmentState& g,
-                   std::vector<bool>& generated, uint64_t& pos) {
-  const FileHeader& h = image.header;
+absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed,
+                           uint64_t& pos) {
+  const FileHeader& h = image.header();
+  Segment& g = image.segments()[index];
   const std::vector<uint16_t>& list = g.sections;
-  SectionState* first =
-      list.empty() ? nullptr : &ImageInternals::of(*image.sections[list[0]]);
+  absl::Span<Section> sections = image.sections();
   uint64_t start = 0, filesz = 0, memsz = 0;
   if (g.header.type == kPtPhdr && list.empty()) {
     start = h.phoff;
     filesz = memsz = uint64_t{h.phentsize} * h.phnum;
   } else if (g.off_init && g.header.offset == 0) {
     start = 0;
-    if (first) filesz = memsz = pos;
-  } else if (first && !generated[list[0]]) {
+    if (!list.empty()) filesz = memsz = pos;
+  } else if (!list.empty() && !placed[list[0]]) {
     // Start at the first position congruent to the address modulo the
     // alignment, as loaders expect.
     const uint64_t a = g.header.align ? g.header.align : 1;
     const uint64_t want = g.header.vaddr % a, have = pos % a;
     if (!advance(pos, want >= have ? want - have : a - (have - want))) {
-      return false;
+      return tooBig(absl::StrCat("segment ", index));
     }
     start = pos;
-  } else if (first) {
-    start = first->header.offset;
+  } else if (!list.empty()) {
+    start = sections[list[0]].header.offset;
   } else {
     start = pos;
   }
 
   for (uint16_t x : list) {
-    SectionState& s = ImageInternals::of(*image.sections[x]);
+    Section& s = sections[x];
     const SectionHeader& sh = s.header;
     if (sh.type == kShtNull) {
-      generated[x] = true;
+      placed[x] = true;
       continue;
     }
     uint64_t pad = 0;
-    if (!generated[x] && s.addr_init && sh.type != kShtNobits &&
-        sh.size != 0) {
+    if (!placed[x] && s.addr_init && sh.type != kShtNobits && sh.size != 0) {
       // Placed at the file position that matches its address.
-      if (sh.addr < g.header.vaddr) return false;
+      if (sh.addr < g.header.vaddr) {
+        return refuse(absl::StrCat(sectionLabel(image, x), " lies at address ",
+                                   hex(sh.addr), ", below segment ", index,
+                                   " at ", hex(g.header.vaddr)));
+      }
       const uint64_t want = sh.addr - g.header.vaddr;
       const uint64_t have = pos - start;
-      if (want < have) return false;
+      if (want < have) {
+        return refuse(absl::StrCat(sectionLabel(image, x), " at address ",
+                                   hex(sh.addr), " overlaps what segment ", index,
+                                   " places before it"));
+      }
       pad = want - have;
-    } else if (!generated[x] && !s.addr_init) {
+    } else if (!placed[x] && !s.addr_init) {
       const uint64_t a = sh.addralign ? sh.addralign : 1;
       pad = (a - pos % a) % a;
-    } else if (generated[x]) {
+    } else if (placed[x]) {
       // A member placed before the segment's start would wrap the sizes
       // around to gigabytes.
-      if (sh.offset < start) return false;
+      if (sh.offset < start) {
+        return refuse(absl::StrCat(sectionLabel(image, x),
+                                   " lies before the start of segment ", index));
+      }
       // Wraps on purpose: the sizes then run to this section's end.
       pad = sh.offset - start - filesz;
     }
     const bool tls_nobits_outside_tls = (sh.flags & kShfTls) &&
                                         g.header.type != kPtTls &&
                                         sh.type == kShtNobits;
-    if ((sh.flags & kShfAlloc) && !tls_nobits_outside_tls) {
-      memsz += sh.size + pad;
-    }
+    if ((sh.flags & kShfAlloc) && !tls_nobits_outside_tls) memsz += sh.size + pad;
     if (sh.type != kShtNobits) filesz += sh.size + pad;
-    if (generated[x]) continue;
-    if (!advance(pos, pad)) return false;
+    if (placed[x]) continue;
+    if (!advance(pos, pad)) return tooBig(sectionLabel(image, x));
     if (!s.addr_init) {
-      s.header.addr = s.fit(g.header.vaddr + (pos - start));
+      s.header.addr = image.fit(g.header.vaddr + (pos - start));
       s.addr_init = true;
     }
     if (x != 0) s.header.offset = pos;
-    if (sh.type != kShtNobits && !advance(pos, sh.size)) return false;
-    generated[x] = true;
+    if (sh.type != kShtNobits && !advance(pos, sh.size)) {
+      return tooBig(sectionLabel(image, x));
+    }
+    placed[x] = true;
   }
-  g.header.filesz = g.fit(filesz);
-  g.header.memsz = g.fit(std::max(g.header.memsz, memsz));
+  g.header.filesz = image.fit(filesz);
+  g.header.memsz = image.fit(std::max(g.header.memsz, memsz));
   g.header.offset = start;
   g.off_init = true;
-  return true;
+  return absl::OkStatus();
 }
 
 }  // namespace
 
-bool ImageInternals::layout(ImageState& image) {
-  const FileHeader& ident = image.header;
-  if (ident.ident[4] != kClass32 && ident.ident[4] != kClass64) return false;
-  if (ident.ident[5] != kDataLsb && ident.ident[5] != kDataMsb) return false;
-  const size_t section_count = image.sections.size();
-  const size_t segment_count = image.segments.size();
-  // The header counts are 16 bits wide.
-  if (section_count > 0xFFFF || segment_count > 0xFFFF) return false;
-  for (const auto& g : image.segments) {
-    for (uint16_t x : ImageInternals::of(*g).sections) {
-      if (x >= section_count) return false;
+// The layout takes segments from a queue: a segment still contained in one
+// that is queued goes to the back, any other is placed. Seen per round of
+// the queue, a segment is placed in the first round in which every segment
+// containing it was placed before its turn: its level is
+//   max(1, max over containers t of level(t) + (t comes after it ? 1 : 0)),
+// and the order is by level, then by queue position. Containers are larger,
+// so levels follow from the largest lists down; candidates are only the
+// segments listing the rarest section of the list, and lists without gaps
+// compare in constant time. The work stays near the listings in number.
+absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image) {
+  const absl::Span<const Segment> segments = image.segments();
+  const size_t m = segments.size();
+  // Initialized segments at offset 0 are pulled to the front.
+  std::vector<size_t> w(m);
+  std::iota(w.begin(), w.end(), 0);
+  size_t k = 0;
+  for (size_t i = 0; i < m; ++i) {
+    const Segment& g = segments[w[i]];
+    if (i != k && g.off_init && g.header.offset == 0) {
+      if (segments[w[k]].header.offset == 0) ++k;
+      std::swap(w[i], w[k]);
+      ++k;
     }
   }
 
-  FileHeader& h = image.header;
-  const Codec codec = image.codec();
+  // Queue position -> list and shape; the sections listed, each with the
+  // positions listing it (once per list).
+  std::vector<ListShape> shape(m);
+  size_t section_count = image.sections().size();
+  for (size_t p = 0; p < m; ++p) {
+    shape[p] = shapeOf(segments[w[p]].sections);
+    for (uint16_t x : segments[w[p]].sections) {
+      section_count = std::max<size_t>(section_count, size_t{x} + 1);
+    }
+  }
+  std::vector<uint32_t> listed_by_start(section_count + 1, 0);
+  std::vector<int64_t> last_lister(section_count, -1);
+  for (size_t p = 0; p < m; ++p) {
+    for (uint16_t x : segments[w[p]].sections) {
+      if (last_lister[x] == static_cast<int64_t>(p)) continue;
+      last_lister[x] = static_cast<int64_t>(p);
+      ++listed_by_start[x + 1];
+    }
+  }
+  std::partial_sum(listed_by_start.begin(), listed_by_start.end(),
+                   listed_by_start.begin());
+  std::vector<uint32_t> listed_by(listed_by_start.back());
+  std::vector<uint32_t> fill(listed_by_start.begin(), listed_by_start.end() - 1);
+  std::fill(last_lister.begin(), last_lister.end(), -1);
+  for (size_t p = 0; p < m; ++p) {
+    for (uint16_t x : segments[w[p]].sections) {
+      if (last_lister[x] == static_cast<int64_t>(p)) continue;
+      last_lister[x] = static_cast<int64_t>(p);
+      listed_by[fill[x]++] = static_cast<uint32_t>(p);
+    }
+  }
+
+  // Whether the list at position t contains the one at position s.
+  uint64_t work = 0;
+  const auto contains = [&](size_t t, size_t s) {
+    const ListShape& a = shape[t];
+    const ListShape& b = shape[s];
+    const std::vector<uint16_t>& la = segments[w[t]].sections;
+    const std::vector<uint16_t>& lb = segments[w[s]].sections;
+    if (a.ascending && b.ascending && b.interval) {
+      if (a.interval) return a.first <= b.first && b.last <= a.last;
+      const auto lo = std::lower_bound(la.begin(), la.end(), b.first);
+      const auto hi = std::upper_bound(lo, la.end(), b.last);
+      return static_cast<size_t>(hi - lo) == b.size;
+    }
+    work += la.size() + lb.size();
+    return includes(la, lb);
+  };
+
+  std::vector<size_t> by_size(m);
+  std::iota(by_size.begin(), by_size.end(), 0);
+  std::stable_sort(by_size.begin(), by_size.end(),
+                   [&](size_t a, size_t b) { return shape[a].size > shape[b].size; });
+  std::vector<uint32_t> level(m, 1);
+  for (size_t s : by_size) {
+    const std::vector<uint16_t>& list = segments[w[s]].sections;
+    if (list.empty()) break;  // the empty lists come last; see below
+    uint16_t rarest = list[0];
+    for (uint16_t x : list) {
+      if (listed_by_start[x + 1] - listed_by_start[x] <
+          listed_by_start[rarest + 1] - listed_by_start[rarest]) {
+        rarest = x;
+      }
+    }
+    for (uint32_t i = listed_by_start[rarest]; i < listed_by_start[rarest + 1]; ++i) {
+      const size_t t = listed_by[i];
+      if (shape[t].size <= shape[s].size) continue;
+      ++work;
+      if (contains(t, s)) {
+        level[s] = std::max<uint32_t>(level[s], level[t] + (t > s ? 1 : 0));
+      }
+    }
+    if (work > kMaxSegmentListings) {
+      return refuse(absl::StrCat("ordering the nested segments needs more than ",
+                                 kMaxSegmentListings, " comparisons"));
+    }
+  }
+  // An empty list is contained in every non-empty one.
+  std::vector<uint32_t> before(m + 1, 0), after(m + 1, 0);
+  for (size_t p = 0; p < m; ++p) {
+    before[p + 1] = std::max(before[p], shape[p].size ? level[p] : 0u);
+  }
+  for (size_t p = m; p-- > 0;) {
+    after[p] = std::max(after[p + 1], shape[p].size ? level[p] : 0u);
+  }
+  for (size_t p = 0; p < m; ++p) {
+    if (shape[p].size != 0) continue;
+    level[p] = std::max({1u, before[p], after[p + 1] ? after[p + 1] + 1 : 0u});
+  }
+
+  std::vector<size_t> order(m);
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t a, size_t b) { return level[a] < level[b]; });
+  for (size_t& p : order) p = w[p];
+  return order;
+}
+
+absl::Status layOut(Image& image) {
+  const FileHeader& ident = image.header();
+  if (ident.ident[4] != kClass32 && ident.ident[4] != kClass64) {
+    return refuse(absl::StrCat("unknown ELF class ", ident.ident[4]));
+  }
+  if (ident.ident[5] != kDataLsb && ident.ident[5] != kDataMsb) {
+    return refuse(absl::StrCat("unknown ELF byte order ", ident.ident[5]));
+  }
+  const size_t section_count = image.sections().size();
+  const size_t segment_count = image.segments().size();
+  // The header counts are 16 bits wide.
+  if (section_count > 0xFFFF || segment_count > 0xFFFF) {
+    return refuse(absl::StrCat(section_count, " sections and ", segment_count,
+                               " segments do not fit the header's 16-bit counts"));
+  }
+  for (size_t i = 0; i < segment_count; ++i) {
+    for (uint16_t x : image.segments()[i].sections) {
+      if (x >= section_count) {
+        return refuse(absl::StrCat("segment ", i, " lists section ", x, " of ",
+                                   section_count));
+      }
+    }
+  }
+  absl::StatusOr<std::vector<size_t>> order = segmentOrder(image);
+  if (!order.ok()) return order.status();
+
+  FileHeader& h = image.header();
+  const RecordFormat& f = image.format();
   // Stored record sizes below the real ones would make records overlap.
-  h.ehsize = std::max<uint16_t>(h.ehsize, codec.headerSize());
+  h.ehsize = std::max<uint16_t>(h.ehsize, f.file_header_size);
   if (segment_count != 0) {
-    h.phentsize = std::max<uint16_t>(h.phentsize, codec.segmentHeaderSize());
+    h.phentsize = std::max<uint16_t>(h.phentsize, f.segment_header_size);
   }
   if (section_count != 0) {
-    h.shentsize = std::max<uint16_t>(h.shentsize, codec.sectionHeaderSize());
+    h.shentsize = std::max<uint16_t>(h.shentsize, f.section_header_size);
   }
   h.phnum = static_cast<uint16_t>(segment_count);
   h.phoff = segment_count != 0 ? h.ehsize : 0;
   h.shnum = static_cast<uint16_t>(section_count);
   h.shoff = 0;
   uint64_t pos = h.ehsize;
-  if (!advance(pos, uint64_t{h.phentsize} * segment_count)) return false;
+  if (!advance(pos, uint64_t{h.phentsize} * segment_count)) {
+    return tooBig("the program headers");
+  }
 
   // A segment is at least as aligned as the sections it carries.
-  for (auto& g : image.segments) {
-    SegmentState& seg = ImageInternals::of(*g);
-    for (uint16_t x : seg.sections) {
-      const uint64_t a = image.sections[x]->addrAlign();
-      if (a > seg.header.align) seg.header.align = a;
+  for (Segment& g : image.segments()) {
+    for (uint16_t x : g.sections) {
+      g.header.align = std::max(g.header.align, image.sections()[x].header.addralign);
     }
   }
 
-  std::vector<bool> generated(section_count, false);
-  for (SegmentState* g : layoutOrder(image)) {
-    if (!layoutSegment(image, *g, generated, pos)) return false;
+  std::vector<bool> placed(section_count, false);
+  for (size_t g : *order) {
+    if (absl::Status s = layOutSegment(image, g, placed, pos); !s.ok()) return s;
   }
 
   std::vector<bool> listed(section_count, false);
-  for (const auto& g : image.segments) {
-    for (uint16_t x : ImageInternals::of(*g).sections) listed[x] = true;
+  for (const Segment& g : image.segments()) {
+    for (uint16_t x : g.sections) listed[x] = true;
   }
   for (size_t i = 0; i < section_count; ++i) {
     if (listed[i]) continue;
-    SectionState& s = ImageInternals::of(*image.sections[i]);
+    Section& s = image.sections()[i];
     const uint64_t a = s.header.addralign;
-    if (a > 1 && pos % a != 0 && !advance(pos, a - pos % a)) return false;
+    if (a > 1 && pos % a != 0 && !advance(pos, a - pos % a)) {
+      return tooBig(sectionLabel(image, i));
+    }
     if (i != 0) s.header.offset = pos;
     if (s.header.type != kShtNull && s.header.type != kShtNobits &&
         !advance(pos, s.header.size)) {
-      return false;
+      return tooBig(sectionLabel(image, i));
     }
   }
 
-  // The section header table follows after 1 to 16 bytes, never 0.
-  if (!advance(pos, 16 - pos % 16)) return false;
+  // The section header table follows after 1 to 16 bytes, never 0; the
+  // file ends with its last record.
+  if (!advance(pos, 16 - pos % 16)) return tooBig("the section header table");
   uint64_t end = pos;
-  if (!advance(end, uint64_t{h.shentsize} * section_count)) return false;
+  if (section_count != 0 &&
+      !advance(end, uint64_t{h.shentsize} * (section_count - 1) +
+                        f.section_header_size)) {
+    return tooBig("the section header table");
+  }
   h.shoff = pos;
-  return true;
+  return absl::OkStatus();
 }
 
 }  // namespace engine

@@ -1,36 +1,104 @@
 // Loading: header, section table, held bytes, names, segments and their
-// section lists. Every count, size and offset read is checked against the
-// input before use.
+// section lists. Every count, size and offset read is checked through
+// ByteView before use, and a refusal says what failed and where.
 #include <algorithm>
 #include <cstring>
-#include <limits>
+#include <utility>
 
-#include "engine/image_state.h"
-#include "engine/records.h"
+#include "absl/strings/str_cat.h"
+#include "engine/image.h"
 
 namespace zelk_elf {
 namespace engine {
+
+// Lets the reader point loaded sections at the image's copy of the input.
+class ImageReader {
+ public:
+  static void view(Section& s, absl::Span<const uint8_t> bytes) {
+    s.bytes_ = bytes.empty() ? absl::Span<const uint8_t>() : bytes;
+  }
+};
+
 namespace {
 
-// Segment membership costs segments x sections, and the segment order at
-// save segments squared; hostile counts beyond this are refused.
-constexpr uint64_t kMaxMembershipWork = uint64_t{1} << 24;
+std::string hex(uint64_t v) { return absl::StrCat("0x", absl::Hex(v)); }
 
-// Section names are copied out of the string table; names that overlap
-// (all sections pointing at one long string) could otherwise multiply it.
-constexpr uint64_t kNameBudgetSlack = uint64_t{1} << 20;
-
-// True when [offset, offset + length) lies inside an input of `size` bytes.
-bool inside(uint64_t offset, uint64_t length, uint64_t size) {
-  return offset <= size && length <= size - offset;
+absl::Status refuse(absl::string_view what) {
+  return absl::InvalidArgumentError(what);
 }
 
-// Offset of entry `i` of a table, or nothing when it overflows.
-bool entryOffset(uint64_t base, uint64_t i, uint64_t entsize, uint64_t* out) {
-  const uint64_t step = i * entsize;  // both at most 16 bits wide
-  if (base > std::numeric_limits<uint64_t>::max() - step) return false;
-  *out = base + step;
-  return true;
+// The held bytes of a section recorded at [offset, offset + size): none for
+// SHT_NULL and SHT_NOBITS or past the end, else the part inside the input.
+absl::Span<const uint8_t> heldBytes(const SectionHeader& h, ByteView input) {
+  if (h.type == kShtNull || h.type == kShtNobits) return {};
+  const ByteView rest = input.from(h.offset);
+  return rest.span().first(static_cast<size_t>(std::min<uint64_t>(rest.size(), h.size)));
+}
+
+// Reads the section table. Entries lie in ascending order; the first one
+// not wholly inside the input keeps the bytes that are there (the rest read
+// as zero) and every later one reads as all zeros, none of them holding
+// data. Returns the index of that first cut entry, or the count when the
+// table is whole. Memory stays one record per counted entry.
+size_t readSections(ByteView input, const FileHeader& h, const RecordFormat& f,
+                    std::vector<Section>& out) {
+  const size_t record = f.section_header_size;
+  // An entry size below the record size leaves the image without sections.
+  if (h.shnum == 0 || h.shentsize < record) return 0;
+  out.resize(h.shnum);
+  for (Section& s : out) s.addr_init = true;
+  if (auto table = input.table(h.shoff, h.shnum, h.shentsize, record)) {
+    for (size_t i = 0; i < table->size(); ++i) {
+      out[i].header = f.decodeSectionHeader((*table)[i]);
+      ImageReader::view(out[i], heldBytes(out[i].header, input));
+    }
+    return h.shnum;
+  }
+  for (size_t i = 0; i < h.shnum; ++i) {
+    const absl::optional<uint64_t> at = ByteView::entryOffset(h.shoff, i, h.shentsize);
+    const absl::optional<ByteView> entry = at ? input.slice(*at, record) : absl::nullopt;
+    if (!entry) {
+      uint8_t partial[64] = {};
+      if (at) {
+        const ByteView there = input.from(*at);
+        std::memcpy(partial, there.data(), std::min(there.size(), record));
+      }
+      out[i].header = f.decodeSectionHeader(ByteView(partial, record));
+      return i;
+    }
+    out[i].header = f.decodeSectionHeader(*entry);
+    ImageReader::view(out[i], heldBytes(out[i].header, input));
+  }
+  return h.shnum;  // not reached: the whole-table check failed
+}
+
+// Resolves names once, through the table e_shstrndx names: a name is the
+// bytes from its offset to the next NUL the table holds. Offsets are taken
+// in ascending order, so each NUL is searched for once however many names
+// share a string.
+void readNames(const FileHeader& h, std::vector<Section>& sections) {
+  if (h.shstrndx == 0 || h.shstrndx >= sections.size()) return;
+  const absl::Span<const uint8_t> table = sections[h.shstrndx].bytes();
+  if (table.empty()) return;
+  std::vector<uint32_t> order(sections.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<uint32_t>(i);
+  std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+    return sections[a].header.name < sections[b].header.name;
+  });
+  size_t nul = 0;  // first NUL at or after the previous offset
+  bool nul_valid = false;
+  for (uint32_t i : order) {
+    const uint64_t k = sections[i].header.name;
+    if (k >= table.size()) break;
+    if (!nul_valid || k > nul) {
+      const void* found = std::memchr(table.data() + k, 0, table.size() - k);
+      if (found == nullptr) break;  // no name ends at or after k
+      nul = static_cast<const uint8_t*>(found) - table.data();
+      nul_valid = true;
+    }
+    sections[i].name = absl::string_view(
+        reinterpret_cast<const char*>(table.data() + k), nul - k);
+  }
 }
 
 // lo <= b, b + n <= hi, b < hi, with the sums wrapping as the layout's do.
@@ -38,148 +106,142 @@ bool within(uint64_t b, uint64_t n, uint64_t lo, uint64_t hi) {
   return lo <= b && b + n <= hi && b < hi;
 }
 
-// Reads the section table. Entries lie in ascending order; the first one
-// not wholly inside the input keeps the bytes that are there (the rest read
-// as zero) and every later one reads as all zeros, none of them holding
-// data. Returns whether the table was cut short that way. Memory stays
-// bounded whatever the count claims: one record per entry, and data only
-// ever views the shared input.
-bool readSections(const SharedInput& input, const Codec& codec,
-                  ImageState& out) {
-  const FileHeader& h = out.header;
-  const uint64_t n = input->size();
-  const size_t entry_size = codec.sectionHeaderSize();
-  // An entry size below the record size leaves the image without sections.
-  if (h.shnum == 0 || h.shentsize < entry_size) return false;
-  out.sections.reserve(h.shnum);
-  bool cut = false;
-  for (uint64_t i = 0; i < h.shnum; ++i) {
-    auto section = ImageInternals::makeSection(i, codec.wide());
-    SectionState& s = ImageInternals::of(*section);
-    s.addr_init = true;
-    uint64_t at = 0;
-    const bool addressable = entryOffset(h.shoff, i, h.shentsize, &at);
-    const bool whole = addressable && inside(at, entry_size, n);
-    if (!cut && !whole) {
-      cut = true;
-      uint8_t partial[64] = {};
-      if (addressable && at < n) {
-        std::memcpy(partial, input->data() + at,
-                    static_cast<size_t>(std::min<uint64_t>(n - at, entry_size)));
-      }
-      s.header = decodeSectionHeader(codec, partial);
-    } else if (!cut) {
-      s.header = decodeSectionHeader(codec, input->data() + at);
-      const SectionHeader& sh = s.header;
-      if (sh.type != kShtNull && sh.type != kShtNobits && sh.offset < n) {
-        s.held = static_cast<size_t>(std::min<uint64_t>(sh.size, n - sh.offset));
-        if (s.held != 0) {
-          s.input = input;
-          s.input_offset = static_cast<size_t>(sh.offset);
+// Segment membership: ALLOC sections by address against the memory range,
+// the others by offset against the file range; TLS sections belong to
+// PT_TLS segments only, and those hold nothing else. Sections are sorted by
+// their start once, so each segment looks only at sections starting inside
+// its range; members come out in index order.
+absl::Status computeMembership(const std::vector<Section>& sections,
+                               std::vector<Segment>& segments) {
+  std::vector<uint32_t> by_addr, by_offset;
+  for (uint32_t i = 0; i < sections.size(); ++i) {
+    ((sections[i].header.flags & kShfAlloc) ? by_addr : by_offset).push_back(i);
+  }
+  const auto start_of = [&](uint32_t i) {
+    const SectionHeader& h = sections[i].header;
+    return (h.flags & kShfAlloc) ? h.addr : h.offset;
+  };
+  const auto by_start = [&](uint32_t a, uint32_t b) {
+    return start_of(a) < start_of(b) || (start_of(a) == start_of(b) && a < b);
+  };
+  std::sort(by_addr.begin(), by_addr.end(), by_start);
+  std::sort(by_offset.begin(), by_offset.end(), by_start);
+
+  uint64_t checks = 0;
+  for (Segment& g : segments) {
+    const SegmentHeader& ph = g.header;
+    const bool tls_segment = ph.type == kPtTls;
+    const auto collect = [&](const std::vector<uint32_t>& sorted, uint64_t lo,
+                             uint64_t hi) {
+      if (hi <= lo) return;  // empty, or the end wraps: nothing is inside
+      auto it = std::lower_bound(sorted.begin(), sorted.end(), lo,
+                                 [&](uint32_t i, uint64_t v) { return start_of(i) < v; });
+      for (; it != sorted.end() && start_of(*it) < hi; ++it) {
+        ++checks;
+        const SectionHeader& sh = sections[*it].header;
+        if (within(start_of(*it), sh.size, lo, hi) &&
+            tls_segment == ((sh.flags & kShfTls) != 0)) {
+          g.sections.push_back(static_cast<uint16_t>(*it));
         }
       }
+    };
+    collect(by_addr, ph.vaddr, ph.vaddr + ph.memsz);
+    collect(by_offset, ph.offset, ph.offset + ph.filesz);
+    if (checks > kMaxSegmentListings) {
+      return refuse(absl::StrCat("segments list more than ", kMaxSegmentListings,
+                                 " sections in all"));
     }
-    out.sections.push_back(std::move(section));
+    if (!std::is_sorted(g.sections.begin(), g.sections.end())) {
+      std::sort(g.sections.begin(), g.sections.end());
+    }
   }
-  return cut;
+  return absl::OkStatus();
 }
 
-bool readNames(const ImageState& image, uint64_t input_size) {
-  const size_t table_index = image.header.shstrndx;
-  if (table_index == 0 || table_index >= image.sections.size()) return true;
-  const SectionState& table = ImageInternals::of(*image.sections[table_index]);
-  const uint8_t* bytes = table.data();
-  if (bytes == nullptr) return true;
-  const size_t held = table.held;
-  // Past the last NUL no name can end; knowing where it lies keeps every
-  // lookup proportional to the name it finds.
-  size_t end = held;
-  while (end > 0 && bytes[end - 1] != 0) --end;
-  uint64_t budget = 2 * input_size + kNameBudgetSlack;
-  for (const auto& section : image.sections) {
-    SectionState& s = ImageInternals::of(*section);
-    const uint64_t k = s.header.name;
-    if (k >= end) continue;
-    const size_t length =
-        strlen(reinterpret_cast<const char*>(bytes + k));  // ends before `end`
-    if (length > budget) return false;
-    budget -= length;
-    s.name.assign(reinterpret_cast<const char*>(bytes + k), length);
+absl::Status readSegments(ByteView input, const FileHeader& h, const RecordFormat& f,
+                          std::vector<Segment>& out) {
+  const size_t record = f.segment_header_size;
+  if (h.phentsize < record) {
+    return refuse(absl::StrCat("program header entry size ", h.phentsize,
+                               " is below the record size ", record));
   }
-  return true;
-}
-
-bool readSegments(const SharedInput& input, const Codec& codec,
-                  ImageState& out) {
-  const FileHeader& h = out.header;
-  const uint64_t n = input->size();
-  if (h.phnum == 0) return true;
-  const size_t entry_size = codec.segmentHeaderSize();
-  if (h.phentsize < entry_size) return false;
-  const uint64_t sections = out.sections.size();
-  if (uint64_t{h.phnum} * std::max<uint64_t>(sections, h.phnum) >
-      kMaxMembershipWork) {
-    return false;
-  }
-  uint64_t last = 0;
-  if (!entryOffset(h.phoff, h.phnum - 1u, h.phentsize, &last) ||
-      !inside(last, entry_size, n)) {
-    return false;
-  }
-  out.segments.reserve(h.phnum);
-  for (uint64_t i = 0; i < h.phnum; ++i) {
-    const uint64_t at = h.phoff + i * h.phentsize;
-    auto segment = ImageInternals::makeSegment(i, codec.wide());
-    SegmentState& g = ImageInternals::of(*segment);
-    g.header = decodeSegmentHeader(codec, input->data() + at);
-    g.off_init = true;
-    const SegmentHeader& ph = g.header;
-    if (ph.type != kPtNull && ph.filesz != 0 &&
-        !inside(ph.offset, ph.filesz, n)) {
-      return false;
-    }
-    const bool tls_segment = ph.type == kPtTls;
-    for (const auto& section : out.sections) {
-      const SectionState& s = ImageInternals::of(*section);
-      const SectionHeader& sh = s.header;
-      const bool in =
-          (sh.flags & kShfAlloc)
-              ? within(sh.addr, sh.size, ph.vaddr, ph.vaddr + ph.memsz)
-              : within(sh.offset, sh.size, ph.offset, ph.offset + ph.filesz);
-      // TLS sections belong to PT_TLS segments only, and those hold nothing
-      // else.
-      if (in && tls_segment == ((sh.flags & kShfTls) != 0)) {
-        g.sections.push_back(static_cast<uint16_t>(s.index));
+  const auto table = input.table(h.phoff, h.phnum, h.phentsize, record);
+  if (!table) {
+    for (size_t i = 0; i < h.phnum; ++i) {
+      const auto at = ByteView::entryOffset(h.phoff, i, h.phentsize);
+      if (!at || !input.contains(*at, record)) {
+        return refuse(absl::StrCat("program header table ends beyond the input (entry ",
+                                   i, " at ", at ? hex(*at) : "an offset past 2^64", ")"));
       }
     }
-    out.segments.push_back(std::move(segment));
+    return refuse("program header table ends beyond the input");
   }
-  return true;
+  out.resize(h.phnum);
+  for (size_t i = 0; i < out.size(); ++i) {
+    Segment& g = out[i];
+    g.header = f.decodeSegmentHeader((*table)[i]);
+    g.off_init = true;
+    const SegmentHeader& ph = g.header;
+    if (ph.type != kPtNull && ph.filesz != 0 && !input.contains(ph.offset, ph.filesz)) {
+      return refuse(absl::StrCat("segment ", i, " claims file bytes [", hex(ph.offset),
+                                 ", +", hex(ph.filesz), ") beyond the input of ",
+                                 input.size(), " bytes"));
+    }
+  }
+  return absl::OkStatus();
 }
 
 }  // namespace
 
-bool ImageInternals::read(absl::Span<const uint8_t> bytes, ImageState& out) {
-  if (bytes.size() < 16) return false;
-  static constexpr uint8_t kMagic[4] = {0x7F, 'E', 'L', 'F'};
-  if (std::memcmp(bytes.data(), kMagic, 4) != 0) return false;
-  const uint8_t elf_class = bytes[4];
-  const uint8_t encoding = bytes[5];
-  if (elf_class != kClass32 && elf_class != kClass64) return false;
-  if (encoding != kDataLsb && encoding != kDataMsb) return false;
-  const Codec codec(encoding == kDataMsb, elf_class == kClass64);
-  if (bytes.size() < codec.headerSize()) return false;
 
-  // One copy of the input; sections view it until they are changed.
-  SharedInput input =
-      std::make_shared<const std::vector<uint8_t>>(bytes.begin(), bytes.end());
-  out.header = decodeFileHeader(codec, input->data());
-  const bool table_cut = readSections(input, codec, out);
-  if (!readNames(out, input->size())) return false;
-  // A cut section table leaves nothing trustworthy behind it: program
-  // headers are then refused.
-  if (table_cut && out.header.phnum != 0) return false;
-  return readSegments(input, codec, out);
+absl::Status Image::load(absl::Span<const uint8_t> bytes) {
+  static constexpr uint8_t kMagic[4] = {0x7F, 'E', 'L', 'F'};
+  if (bytes.size() < 4 || std::memcmp(bytes.data(), kMagic, 4) != 0) {
+    return refuse("not an ELF image (no ELF magic number)");
+  }
+  if (bytes.size() < 16) {
+    return refuse(absl::StrCat("ELF identification cut short (", bytes.size(),
+                               " of 16 bytes)"));
+  }
+  const uint8_t elf_class = bytes[4], encoding = bytes[5];
+  if (elf_class != kClass32 && elf_class != kClass64) {
+    return refuse(absl::StrCat("unknown ELF class ", elf_class));
+  }
+  if (encoding != kDataLsb && encoding != kDataMsb) {
+    return refuse(absl::StrCat("unknown ELF byte order ", encoding));
+  }
+  const RecordFormat& f = recordFormat(elf_class, encoding);
+  if (bytes.size() < f.file_header_size) {
+    return refuse(absl::StrCat("ELF header cut short (", bytes.size(), " of ",
+                               f.file_header_size, " bytes)"));
+  }
+
+  // One copy of the input; sections and names view it until changed.
+  std::vector<uint8_t> input(bytes.begin(), bytes.end());
+  const ByteView view(input.data(), input.size());
+  const FileHeader h = f.decodeFileHeader(view.slice(0, f.file_header_size).value());
+  std::vector<Section> sections;
+  const size_t whole = readSections(view, h, f, sections);
+  readNames(h, sections);
+  std::vector<Segment> segments;
+  if (h.phnum != 0) {
+    if (whole != sections.size()) {
+      // A cut section table leaves nothing trustworthy behind it.
+      const uint64_t at = ByteView::entryOffset(h.shoff, whole, h.shentsize).value_or(0);
+      return refuse(absl::StrCat("section header table ends beyond the input (entry ",
+                                 whole, " at ", hex(at), "), so the program headers "
+                                 "cannot be read"));
+    }
+    if (absl::Status s = readSegments(view, h, f, segments); !s.ok()) return s;
+    if (absl::Status s = computeMembership(sections, segments); !s.ok()) return s;
+  }
+
+  header_ = h;
+  sections_ = std::move(sections);
+  segments_ = std::move(segments);
+  input_ = std::move(input);
+  added_names_.clear();
+  return absl::OkStatus();
 }
 
 }  // namespace engine

@@ -1,145 +1,163 @@
 #include "engine/records.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace zelk_elf {
 namespace engine {
 namespace {
 
-// Walks a record field by field; A is the address width of the class.
-class Reader {
- public:
-  Reader(const Codec& c, const uint8_t* p) : c_(c), p_(p) {}
-  uint64_t take(size_t width) {
-    uint64_t v = c_.read(p_, width);
-    p_ += width;
-    return v;
-  }
-  uint64_t addr() { return take(c_.addrWidth()); }
-  uint32_t u32() { return static_cast<uint32_t>(take(4)); }
-  uint16_t u16() { return static_cast<uint16_t>(take(2)); }
+// Fixed-width fields in one byte order, with the swap decided at compile
+// time so that each field is one load or store.
+template <bool kMsb, typename T>
+T load(const uint8_t* p) {
+  T v;
+  std::memcpy(&v, p, sizeof v);
+  const bool swap = kMsb == (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+  if constexpr (sizeof(T) == 2) return swap ? __builtin_bswap16(v) : v;
+  if constexpr (sizeof(T) == 4) return swap ? __builtin_bswap32(v) : v;
+  if constexpr (sizeof(T) == 8) return swap ? __builtin_bswap64(v) : v;
+}
 
- private:
-  const Codec& c_;
-  const uint8_t* p_;
+template <bool kMsb, typename T>
+void store(uint8_t* p, T v) {
+  const bool swap = kMsb == (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+  if constexpr (sizeof(T) == 2) v = swap ? __builtin_bswap16(v) : v;
+  if constexpr (sizeof(T) == 4) v = swap ? __builtin_bswap32(v) : v;
+  if constexpr (sizeof(T) == 8) v = swap ? __builtin_bswap64(v) : v;
+  std::memcpy(p, &v, sizeof v);
+}
+
+// Walks a record field by field, reading each into its place.
+template <bool kWide, bool kMsb>
+struct FieldReader {
+  const uint8_t* p;
+  void half(uint16_t& v) { v = load<kMsb, uint16_t>(p); p += 2; }
+  void word(uint32_t& v) { v = load<kMsb, uint32_t>(p); p += 4; }
+  void addr(uint64_t& v) {
+    if constexpr (kWide) {
+      v = load<kMsb, uint64_t>(p);
+      p += 8;
+    } else {
+      v = load<kMsb, uint32_t>(p);
+      p += 4;
+    }
+  }
 };
 
-class Writer {
- public:
-  Writer(const Codec& c, uint8_t* p) : c_(c), p_(p) {}
-  void put(size_t width, uint64_t v) {
-    c_.write(p_, width, v);
-    p_ += width;
+// Walks a record field by field, writing each; a 32-bit image keeps the low
+// half of address-sized fields.
+template <bool kWide, bool kMsb>
+struct FieldWriter {
+  uint8_t* p;
+  void half(uint16_t v) { store<kMsb>(p, v); p += 2; }
+  void word(uint32_t v) { store<kMsb>(p, v); p += 4; }
+  void addr(uint64_t v) {
+    if constexpr (kWide) {
+      store<kMsb>(p, v);
+      p += 8;
+    } else {
+      store<kMsb>(p, static_cast<uint32_t>(v));
+      p += 4;
+    }
   }
-  void addr(uint64_t v) { put(c_.addrWidth(), v); }
-  void u32(uint32_t v) { put(4, v); }
-  void u16(uint16_t v) { put(2, v); }
+};
 
- private:
-  const Codec& c_;
-  uint8_t* p_;
+// One visit per record serves both directions: H is the record or a const
+// record, V a FieldReader or a FieldWriter.
+template <typename H, typename V>
+void visitFileHeader(H& h, V& v) {  // after the 16 identification bytes
+  v.half(h.type);
+  v.half(h.machine);
+  v.word(h.version);
+  v.addr(h.entry);
+  v.addr(h.phoff);
+  v.addr(h.shoff);
+  v.word(h.flags);
+  v.half(h.ehsize);
+  v.half(h.phentsize);
+  v.half(h.phnum);
+  v.half(h.shentsize);
+  v.half(h.shnum);
+  v.half(h.shstrndx);
+}
+
+template <typename H, typename V>
+void visitSectionHeader(H& h, V& v) {
+  v.word(h.name);
+  v.word(h.type);
+  v.addr(h.flags);
+  v.addr(h.addr);
+  v.addr(h.offset);
+  v.addr(h.size);
+  v.word(h.link);
+  v.word(h.info);
+  v.addr(h.addralign);
+  v.addr(h.entsize);
+}
+
+// The 64-bit class moves p_flags up to keep the 8-byte fields aligned.
+template <bool kWide, typename H, typename V>
+void visitSegmentHeader(H& h, V& v) {
+  v.word(h.type);
+  if constexpr (kWide) v.word(h.flags);
+  v.addr(h.offset);
+  v.addr(h.vaddr);
+  v.addr(h.paddr);
+  v.addr(h.filesz);
+  v.addr(h.memsz);
+  if constexpr (!kWide) v.word(h.flags);
+  v.addr(h.align);
+}
+
+template <bool kWide, bool kMsb>
+struct Format {
+  static FileHeader decodeFile(ByteView bytes) {
+    FileHeader h;
+    std::copy(bytes.data(), bytes.data() + 16, h.ident.begin());
+    FieldReader<kWide, kMsb> r{bytes.data() + 16};
+    visitFileHeader(h, r);
+    return h;
+  }
+  static void encodeFile(const FileHeader& h, uint8_t* out) {
+    std::copy(h.ident.begin(), h.ident.end(), out);
+    FieldWriter<kWide, kMsb> w{out + 16};
+    visitFileHeader(h, w);
+  }
+  static SectionHeader decodeSection(ByteView bytes) {
+    SectionHeader h;
+    FieldReader<kWide, kMsb> r{bytes.data()};
+    visitSectionHeader(h, r);
+    return h;
+  }
+  static void encodeSection(const SectionHeader& h, uint8_t* out) {
+    FieldWriter<kWide, kMsb> w{out};
+    visitSectionHeader(h, w);
+  }
+  static SegmentHeader decodeSegment(ByteView bytes) {
+    SegmentHeader h;
+    FieldReader<kWide, kMsb> r{bytes.data()};
+    visitSegmentHeader<kWide>(h, r);
+    return h;
+  }
+  static void encodeSegment(const SegmentHeader& h, uint8_t* out) {
+    FieldWriter<kWide, kMsb> w{out};
+    visitSegmentHeader<kWide>(h, w);
+  }
+
+  static constexpr RecordFormat kFormat = {
+      kWide ? 64u : 52u, kWide ? 64u : 40u, kWide ? 56u : 32u,
+      decodeFile,        encodeFile,        decodeSection,
+      encodeSection,     decodeSegment,     encodeSegment};
 };
 
 }  // namespace
 
-FileHeader decodeFileHeader(const Codec& codec, const uint8_t* p) {
-  FileHeader h;
-  std::copy(p, p + 16, h.ident.begin());
-  Reader r(codec, p + 16);
-  h.type = r.u16();
-  h.machine = r.u16();
-  h.version = r.u32();
-  h.entry = r.addr();
-  h.phoff = r.addr();
-  h.shoff = r.addr();
-  h.flags = r.u32();
-  h.ehsize = r.u16();
-  h.phentsize = r.u16();
-  h.phnum = r.u16();
-  h.shentsize = r.u16();
-  h.shnum = r.u16();
-  h.shstrndx = r.u16();
-  return h;
-}
-
-void encodeFileHeader(const Codec& codec, const FileHeader& h, uint8_t* p) {
-  std::copy(h.ident.begin(), h.ident.end(), p);
-  Writer w(codec, p + 16);
-  w.u16(h.type);
-  w.u16(h.machine);
-  w.u32(h.version);
-  w.addr(h.entry);
-  w.addr(h.phoff);
-  w.addr(h.shoff);
-  w.u32(h.flags);
-  w.u16(h.ehsize);
-  w.u16(h.phentsize);
-  w.u16(h.phnum);
-  w.u16(h.shentsize);
-  w.u16(h.shnum);
-  w.u16(h.shstrndx);
-}
-
-SectionHeader decodeSectionHeader(const Codec& codec, const uint8_t* p) {
-  SectionHeader h;
-  Reader r(codec, p);
-  h.name = r.u32();
-  h.type = r.u32();
-  h.flags = r.addr();
-  h.addr = r.addr();
-  h.offset = r.addr();
-  h.size = r.addr();
-  h.link = r.u32();
-  h.info = r.u32();
-  h.addralign = r.addr();
-  h.entsize = r.addr();
-  return h;
-}
-
-void encodeSectionHeader(const Codec& codec, const SectionHeader& h,
-                         uint8_t* p) {
-  Writer w(codec, p);
-  w.u32(h.name);
-  w.u32(h.type);
-  w.addr(h.flags);
-  w.addr(h.addr);
-  w.addr(h.offset);
-  w.addr(h.size);
-  w.u32(h.link);
-  w.u32(h.info);
-  w.addr(h.addralign);
-  w.addr(h.entsize);
-}
-
-// The two classes order the program header differently: the 64-bit one
-// moves p_flags up to keep the 8-byte fields aligned.
-SegmentHeader decodeSegmentHeader(const Codec& codec, const uint8_t* p) {
-  SegmentHeader h;
-  Reader r(codec, p);
-  h.type = r.u32();
-  if (codec.wide()) h.flags = r.u32();
-  h.offset = r.addr();
-  h.vaddr = r.addr();
-  h.paddr = r.addr();
-  h.filesz = r.addr();
-  h.memsz = r.addr();
-  if (!codec.wide()) h.flags = r.u32();
-  h.align = r.addr();
-  return h;
-}
-
-void encodeSegmentHeader(const Codec& codec, const SegmentHeader& h,
-                         uint8_t* p) {
-  Writer w(codec, p);
-  w.u32(h.type);
-  if (codec.wide()) w.u32(h.flags);
-  w.addr(h.offset);
-  w.addr(h.vaddr);
-  w.addr(h.paddr);
-  w.addr(h.filesz);
-  w.addr(h.memsz);
-  if (!codec.wide()) w.u32(h.flags);
-  w.addr(h.align);
+const RecordFormat& recordFormat(uint8_t elf_class, uint8_t encoding) {
+  const bool wide = elf_class == kClass64;
+  const bool msb = encoding == kDataMsb;
+  if (wide) return msb ? Format<true, true>::kFormat : Format<true, false>::kFormat;
+  return msb ? Format<false, true>::kFormat : Format<false, false>::kFormat;
 }
 
 }  // namespace engine

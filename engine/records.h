@@ -1,27 +1,108 @@
-// Conversion between the header records of image.h and their on-disk form.
-// Callers guarantee that the buffer holds the record size of the codec's
-// class (Codec::headerSize() and friends).
+// The ELF header records as plain host-order values, the constants the
+// library uses, and their conversion to and from the on-disk form of each
+// class and byte order.
 #ifndef ZELK_ELF_ENGINE_RECORDS_H_
 #define ZELK_ELF_ENGINE_RECORDS_H_
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 
-#include "engine/byte_order.h"
-#include "engine/image.h"
+#include "serialize/byte_view.h"
 
 namespace zelk_elf {
 namespace engine {
 
-FileHeader decodeFileHeader(const Codec& codec, const uint8_t* p);
-void encodeFileHeader(const Codec& codec, const FileHeader& h, uint8_t* p);
+using tolva_lib::io::ByteView;
 
-SectionHeader decodeSectionHeader(const Codec& codec, const uint8_t* p);
-void encodeSectionHeader(const Codec& codec, const SectionHeader& h,
-                         uint8_t* p);
+// Identification.
+constexpr uint8_t kClass32 = 1;
+constexpr uint8_t kClass64 = 2;
+constexpr uint8_t kDataLsb = 1;
+constexpr uint8_t kDataMsb = 2;
 
-SegmentHeader decodeSegmentHeader(const Codec& codec, const uint8_t* p);
-void encodeSegmentHeader(const Codec& codec, const SegmentHeader& h,
-                         uint8_t* p);
+// File types, section types and flags, segment types and flags.
+constexpr uint16_t kEtRel = 1;
+constexpr uint16_t kEtExec = 2;
+constexpr uint32_t kShtNull = 0;
+constexpr uint32_t kShtProgbits = 1;
+constexpr uint32_t kShtStrtab = 3;
+constexpr uint32_t kShtNobits = 8;
+constexpr uint64_t kShfWrite = 0x1;
+constexpr uint64_t kShfAlloc = 0x2;
+constexpr uint64_t kShfExecInstr = 0x4;
+constexpr uint64_t kShfMerge = 0x10;
+constexpr uint64_t kShfStrings = 0x20;
+constexpr uint64_t kShfTls = 0x400;
+constexpr uint32_t kPtNull = 0;
+constexpr uint32_t kPtLoad = 1;
+constexpr uint32_t kPtPhdr = 6;
+constexpr uint32_t kPtTls = 7;
+constexpr uint32_t kPfX = 1;
+constexpr uint32_t kPfW = 2;
+constexpr uint32_t kPfR = 4;
+
+// Address-sized fields are 64-bit here; a 32-bit image keeps their low 32
+// bits on disk.
+struct FileHeader {
+  std::array<uint8_t, 16> ident{};
+  uint16_t type = 0;
+  uint16_t machine = 0;
+  uint32_t version = 0;
+  uint64_t entry = 0;
+  uint64_t phoff = 0;
+  uint64_t shoff = 0;
+  uint32_t flags = 0;
+  uint16_t ehsize = 0;
+  uint16_t phentsize = 0;
+  uint16_t phnum = 0;
+  uint16_t shentsize = 0;
+  uint16_t shnum = 0;
+  uint16_t shstrndx = 0;
+};
+
+struct SectionHeader {
+  uint32_t name = 0;
+  uint32_t type = 0;
+  uint64_t flags = 0;
+  uint64_t addr = 0;
+  uint64_t offset = 0;
+  uint64_t size = 0;
+  uint32_t link = 0;
+  uint32_t info = 0;
+  uint64_t addralign = 0;
+  uint64_t entsize = 0;
+};
+
+struct SegmentHeader {
+  uint32_t type = 0;
+  uint32_t flags = 0;
+  uint64_t offset = 0;
+  uint64_t vaddr = 0;
+  uint64_t paddr = 0;
+  uint64_t filesz = 0;
+  uint64_t memsz = 0;
+  uint64_t align = 0;
+};
+
+// The record sizes of one class and the conversions of one class and byte
+// order. Decoders take a view of exactly the record's size; encoders write
+// exactly that many bytes.
+struct RecordFormat {
+  size_t file_header_size;
+  size_t section_header_size;
+  size_t segment_header_size;
+  FileHeader (*decodeFileHeader)(ByteView bytes);
+  void (*encodeFileHeader)(const FileHeader& h, uint8_t* out);
+  SectionHeader (*decodeSectionHeader)(ByteView bytes);
+  void (*encodeSectionHeader)(const SectionHeader& h, uint8_t* out);
+  SegmentHeader (*decodeSegmentHeader)(ByteView bytes);
+  void (*encodeSegmentHeader)(const SegmentHeader& h, uint8_t* out);
+};
+
+// The format of ELFCLASS32/64 with ELFDATA2LSB/MSB; any class other than
+// kClass64 reads as 32-bit and any encoding other than kDataMsb as LSB.
+const RecordFormat& recordFormat(uint8_t elf_class, uint8_t encoding);
 
 }  // namespace engine
 }  // namespace zelk_elf

@@ -5,13 +5,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "capi/handle.h"
-#include "elf/impl.h"
+#include "elf/internal.h"
 #include "zelk_elf/elf.h"
 #include "zelk_elf/zelk_elf.h"
 
@@ -27,35 +25,16 @@ using zelk_elf::ELF;
 // ".comment" section becomes a 16-byte line view.
 constexpr size_t kMaxSavedBytes = size_t{16} << 20;
 
-// A sink that refuses output past kMaxSavedBytes.
-class CappedBuf : public std::stringbuf {
- protected:
-  std::streamsize xsputn(const char* s, std::streamsize n) override {
-    written_ += static_cast<size_t>(n);
-    if (written_ > kMaxSavedBytes) return 0;
-    return std::stringbuf::xsputn(s, n);
-  }
-  int_type overflow(int_type c) override {
-    if (++written_ > kMaxSavedBytes) return traits_type::eof();
-    return std::stringbuf::overflow(c);
-  }
-
- private:
-  size_t written_ = 0;
-};
-
 [[noreturn]] void fail(const char* what) {
   std::fprintf(stderr, "capi_fuzz: invariant broken: %s\n", what);
   std::abort();
 }
 
-// Whether the image, saved as it stands, stays below kMaxSavedBytes: the
-// engine lays it out and writes it into a capped sink. Laying out again
-// later gives the same offsets, as saving twice does.
-bool fitsTheBound(ELF& elf) {
-  CappedBuf sink;
-  std::ostream out(&sink);
-  return elf.impl->image.save(out);
+// Whether the image, saved as it stands, stays below kMaxSavedBytes, from a
+// layout of a copy of its tables.
+bool fitsTheBound(const ELF& elf) {
+  const absl::StatusOr<uint64_t> size = zelk_elf::imageOf(elf).savedSize();
+  return size.ok() && *size <= kMaxSavedBytes;
 }
 
 // Runs every query and reads every byte and string it hands out.
@@ -111,23 +90,23 @@ uint32_t queryEverything(zelkELFHandle h) {
 // would run into names appended later), and must be replaced neither by the
 // rewrite of the debug sections nor by the edits.
 bool namesStable(const ELF& elf, const std::vector<std::string>& edited) {
-  const zelk_elf::engine::Image& image = elf.impl->image;
+  const zelk_elf::engine::Image& image = zelk_elf::imageOf(elf);
   const size_t table = image.header().shstrndx;
-  if (table == 0 || table >= image.sectionCount()) return false;
-  const zelk_elf::engine::Section& strings = image.section(table);
+  if (table == 0 || table >= image.sections().size()) return false;
+  const zelk_elf::engine::Section& strings = image.sections()[table];
   // Sections of these types hold no bytes once loaded again.
-  if (strings.type() == zelk_elf::engine::kShtNobits ||
-      strings.type() == zelk_elf::engine::kShtNull) {
+  if (strings.header.type == zelk_elf::engine::kShtNobits ||
+      strings.header.type == zelk_elf::engine::kShtNull) {
     return false;
   }
-  const size_t held = strings.dataSize();
-  if (held != strings.size()) return false;
-  if (held != 0 && strings.data()[held - 1] != 0) return false;
-  for (size_t i = 0; i < image.sectionCount(); ++i) {
-    const uint32_t offset = image.section(i).nameOffset();
+  const size_t held = strings.bytes().size();
+  if (held != strings.header.size) return false;
+  if (held != 0 && strings.bytes()[held - 1] != 0) return false;
+  for (size_t i = 0; i < image.sections().size(); ++i) {
+    const uint32_t offset = image.sections()[i].header.name;
     if (offset >= held && !(held == 0 && offset == 0)) return false;
   }
-  const std::string& name = strings.name();
+  const std::string name(strings.name);
   if (name.compare(0, 10, ".zelk.dbg.") == 0) return false;
   return std::find(edited.begin(), edited.end(), name) == edited.end();
 }
@@ -137,11 +116,11 @@ bool namesStable(const ELF& elf, const std::vector<std::string>& edited) {
 // the file ends with the last record when the entries are wider. Such an
 // image does not load again, as with the reference writer.
 bool segmentPastEnd(const ELF& elf, uint64_t file_size) {
-  const zelk_elf::engine::Image& image = elf.impl->image;
-  for (size_t i = 0; i < image.segmentCount(); ++i) {
-    const zelk_elf::engine::Segment& g = image.segment(i);
-    if (g.type() != 0 && g.fileSize() != 0 &&
-        g.offset() + g.fileSize() > file_size) {
+  const zelk_elf::engine::Image& image = zelk_elf::imageOf(elf);
+  for (size_t i = 0; i < image.segments().size(); ++i) {
+    const zelk_elf::engine::Segment& g = image.segments()[i];
+    if (g.header.type != 0 && g.header.filesz != 0 &&
+        g.header.offset + g.header.filesz > file_size) {
       return true;
     }
   }

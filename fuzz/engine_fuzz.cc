@@ -47,10 +47,10 @@ bool overlapsHeaders(const Image& image, uint64_t off, uint64_t size) {
 // the file ends with the last record when the entries are wider. Such an
 // image does not load again, as with the reference writer.
 bool segmentPastEnd(const Image& image, uint64_t file_size) {
-  for (size_t i = 0; i < image.segmentCount(); ++i) {
-    const auto& g = image.segment(i);
-    if (g.type() != 0 && g.fileSize() != 0 &&
-        g.offset() + g.fileSize() > file_size) {
+  for (size_t i = 0; i < image.segments().size(); ++i) {
+    const auto& g = image.segments()[i];
+    if (g.header.type != 0 && g.header.filesz != 0 &&
+        g.header.offset + g.header.filesz > file_size) {
       return true;
     }
   }
@@ -61,34 +61,34 @@ bool segmentPastEnd(const Image& image, uint64_t file_size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Image image;
-  if (!image.load({data, size})) return 0;
+  if (!image.load({data, size}).ok()) return 0;
   CappedBuf buf;
   std::ostream out(&buf);
-  if (!image.save(out)) return 0;
+  if (!image.save(out).ok()) return 0;
   const std::string saved = buf.str();
   Image again;
   if (!again.load({reinterpret_cast<const uint8_t*>(saved.data()),
-                   saved.size()})) {
+                   saved.size()}).ok()) {
     if (!segmentPastEnd(image, saved.size())) std::abort();
     return 0;
   }
-  if (again.sectionCount() != image.sectionCount()) std::abort();
-  for (size_t i = 0; i < image.sectionCount(); ++i) {
-    const auto& a = image.section(i);
-    const auto& b = again.section(i);
+  if (again.sections().size() != image.sections().size()) std::abort();
+  for (size_t i = 0; i < image.sections().size(); ++i) {
+    const auto& a = image.sections()[i];
+    const auto& b = again.sections()[i];
     // A name that did not resolve ("") may resolve after the save: a string
     // table cut short at load is written out padded with zeros.
-    if (!a.name().empty() && a.name().find('\0') == std::string::npos &&
-        a.name() != b.name()) {
+    if (!a.name.empty() && a.name.find('\0') == std::string::npos &&
+        a.name != b.name) {
       std::abort();
     }
     // The null entry's bytes are never written, whatever type it claims,
     // and a section placed over the file header or a header table shares
     // its bytes with them.
-    if (i == 0 || overlapsHeaders(again, b.offset(), a.bytes().size())) continue;
+    if (i == 0 || overlapsHeaders(again, b.header.offset, a.bytes().size())) continue;
     // Bytes come back whole; a section cut short at load gains zeros.
     const auto x = a.bytes(), y = b.bytes();
-    if (y.size() < x.size() && a.size() >= x.size()) std::abort();
+    if (y.size() < x.size() && a.header.size >= x.size()) std::abort();
     for (size_t k = 0; k < x.size() && k < y.size(); ++k) {
       if (x[k] != y[k]) std::abort();
     }

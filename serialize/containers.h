@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "absl/types/variant.h"
+#include "serialize/mem_reader.h"
 #include "serialize/traits.h"
 
 namespace tolva_lib {
@@ -38,10 +39,12 @@ namespace internal {
 // rest of the input, exactly as running out of it would.
 template <typename D>
 DecodeResult<size_t, D> readCount(D& d, size_t min_size) {
+  const size_t at = d.reader().position();
   auto count = d.readU64();
   if (count.isErr()) return typename D::ErrTy{};
   size_t n = static_cast<size_t>(count.getOk());
   if (n > d.remaining() / min_size) {
+    d.reader().mark(io::MemReader::Unit::kCount, at);
     d.skipToEnd();
     return typename D::ErrTy{};
   }
@@ -64,14 +67,6 @@ DecodeResult<std::vector<std::string>, D> decodeStrings(D& d, size_t count) {
   return out;
 }
 
-template <typename E>
-EncodeResult<E> encodeStrings(const std::vector<std::string>& v, E& e) {
-  for (const std::string& s : v) {
-    auto r = Encodable<std::string>::encode(s, e);
-    if (r.isErr()) return std::move(r).getErr();
-  }
-  return absl::monostate{};
-}
 
 template <>
 struct Decodable<std::vector<std::string>> {
@@ -88,7 +83,8 @@ struct Encodable<std::vector<std::string>> {
   template <typename E>
   static EncodeResult<E> encode(const std::vector<std::string>& v, E& e) {
     e.writeU64(static_cast<uint64_t>(v.size()));
-    return encodeStrings(v, e);
+    for (const std::string& s : v) put(s, e);
+    return absl::monostate{};
   }
 };
 
@@ -102,6 +98,7 @@ DecodeResult<std::unordered_map<std::string, V>, D> decodeMapEntries(
   size_t cap = d.remaining() / kEntry;
   out.reserve(count < cap ? count : cap);
   for (size_t i = 0; i < count; ++i) {
+    d.reader().mark(io::MemReader::Unit::kEntry, d.reader().position());
     auto key = d.readStr();
     if (key.isErr()) return typename D::ErrTy{};
     auto value = Decodable<V>::decode(d);
@@ -109,19 +106,6 @@ DecodeResult<std::unordered_map<std::string, V>, D> decodeMapEntries(
     out.try_emplace(std::move(key).getOk(), std::move(value).getOk());
   }
   return out;
-}
-
-// Entries in the map's own iteration order; readers do not depend on it.
-template <typename V, typename E>
-EncodeResult<E> encodeMapEntries(const std::unordered_map<std::string, V>& m,
-                                 E& e) {
-  for (const auto& entry : m) {
-    auto k = Encodable<std::string>::encode(entry.first, e);
-    if (k.isErr()) return std::move(k).getErr();
-    auto v = Encodable<V>::encode(entry.second, e);
-    if (v.isErr()) return std::move(v).getErr();
-  }
-  return absl::monostate{};
 }
 
 template <typename V>
@@ -138,10 +122,15 @@ struct Decodable<std::unordered_map<std::string, V>> {
 template <typename V>
 struct Encodable<std::unordered_map<std::string, V>> {
   template <typename E>
+  // Entries in the map's own iteration order; readers do not depend on it.
   static EncodeResult<E> encode(const std::unordered_map<std::string, V>& m,
                                 E& e) {
     e.writeU64(static_cast<uint64_t>(m.size()));
-    return encodeMapEntries(m, e);
+    for (const auto& entry : m) {
+      put(entry.first, e);
+      put(entry.second, e);
+    }
+    return absl::monostate{};
   }
 };
 
@@ -152,6 +141,7 @@ DecodeResult<std::vector<T>, D> decodeToEnd(D& d, F&& decode_one) {
   std::vector<T> out;
   out.reserve(d.remaining() / MinWireSize<T>::value);
   while (d.remaining() != 0) {
+    d.reader().mark(io::MemReader::Unit::kElement, d.reader().position());
     auto elem = decode_one(d);
     if (elem.isErr()) return typename D::ErrTy{};
     out.push_back(std::move(elem).getOk());
@@ -165,18 +155,9 @@ DecodeResult<std::vector<T>, D> decodeToEnd(D& d) {
 }
 
 // Each element in list order, with nothing before, between or after.
-template <typename T, typename E, typename F>
-EncodeResult<E> encodeEach(const std::vector<T>& v, E& e, F&& encode_one) {
-  for (const T& x : v) {
-    auto r = encode_one(x, e);
-    if (r.isErr()) return std::move(r).getErr();
-  }
-  return absl::monostate{};
-}
-
 template <typename T, typename E>
-EncodeResult<E> encodeEach(const std::vector<T>& v, E& e) {
-  return encodeEach(v, e, [](const T& x, E& ee) { return Encodable<T>::encode(x, ee); });
+void putEach(const std::vector<T>& v, E& e) {
+  for (const T& x : v) put(x, e);
 }
 
 }  // namespace serialize

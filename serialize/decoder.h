@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <type_traits>
 #include <utility>
 
 #include "serialize/mem_reader.h"
@@ -14,18 +13,6 @@
 namespace tolva_lib {
 namespace serialize {
 namespace binary {
-
-namespace internal {
-
-// A reader may offer markValue(), called at the start of every scalar or
-// string; diagnostic readers use it to learn where a failed value began.
-template <typename R, typename = void>
-struct HasMarkValue : std::false_type {};
-template <typename R>
-struct HasMarkValue<R, std::void_t<decltype(std::declval<R&>().markValue())>>
-    : std::true_type {};
-
-}  // namespace internal
 
 // Stateless apart from the reader it refers to: no position, no error flag.
 // Every read reports its own outcome. A failed read leaves the reader at its
@@ -49,7 +36,7 @@ class Decoder {
   // A uint64_t byte length, then that many bytes. The length is compared in
   // full with what remains before anything is allocated.
   ResultTy<std::string> readStr() {
-    markValue();
+    reader_->markValue();
     ResultTy<uint64_t> len = readFixedUnmarked<uint64_t>();
     if (len.isErr()) return ErrTy{};
     uint64_t n = len.getOk();
@@ -69,16 +56,10 @@ class Decoder {
   // Abandons the rest of the input, as a read that runs out would.
   void skipToEnd() { reader_->skip(reader_->remaining()); }
 
-  // Marks the start of a value that fails without reading (an impossible
-  // count) so that diagnostic readers can point at it.
-  void markValue() {
-    if constexpr (internal::HasMarkValue<Reader>::value) reader_->markValue();
-  }
-
  private:
   template <typename T>
   ResultTy<T> readFixed() {
-    markValue();
+    reader_->markValue();
     return readFixedUnmarked<T>();
   }
 

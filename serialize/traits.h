@@ -31,6 +31,13 @@ using DecodeResult = Result<T, typename D::ErrTy>;
 template <typename E>
 using EncodeResult = Result<absl::monostate, typename E::ErrTy>;
 
+// Encodes `value`. Writing into memory cannot fail, so the Ok every encode
+// returns is not worth a test; composite encoders write their parts with this.
+template <typename T, typename E>
+void put(const T& value, E& e) {
+  Encodable<T>::encode(value, e);
+}
+
 // The fewest bytes one encoded T can occupy. Decoders use it to refuse
 // counts that the remaining input cannot hold before allocating for them.
 template <typename T>

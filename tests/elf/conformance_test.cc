@@ -13,7 +13,6 @@ namespace zelk_elf {
 namespace {
 
 using testing::hexBytes;
-using testing::imageOf;
 using testing::readShared;
 using testing::saveBytes;
 using testing::sharedPath;
@@ -60,7 +59,7 @@ absl::optional<ELF> applyOps(const std::vector<std::string>& ops) {
             next() == "64" ? engine::kClass64 : engine::kClass32;
         const uint8_t encoding =
             next() == "msb" ? engine::kDataMsb : engine::kDataLsb;
-        imageOf(*elf).create(elf_class, encoding);
+        imageOf(*elf) = engine::Image(elf_class, encoding);
       }
       continue;
     }

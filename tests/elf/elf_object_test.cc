@@ -10,7 +10,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::bytesOf;
-using testing::imageOf;
 using testing::linesOf;
 
 void expectNoOptionalFields(const ELF& elf) {
@@ -36,7 +35,7 @@ TEST(ElfObjectTest, NewObjectIsEmpty32BitLittleEndian) {
   EXPECT_THAT(elf.getSectionNames(), ElementsAre("", ".shstrtab"));
   EXPECT_EQ(imageOf(elf).elfClass(), engine::kClass32);
   EXPECT_EQ(imageOf(elf).encoding(), engine::kDataLsb);
-  EXPECT_EQ(imageOf(elf).segmentCount(), 0u);
+  EXPECT_EQ(imageOf(elf).segments().size(), 0u);
   expectNoOptionalFields(elf);
 }
 
@@ -49,7 +48,7 @@ TEST(ElfObjectTest, HeaderFieldsKeepTheirWidth) {
   elf.setEntry((uint64_t{1} << 32) + 4);
   EXPECT_EQ(elf.getEntry(), 4u);  // a 32-bit image keeps the low half
 
-  imageOf(elf).create(engine::kClass64, engine::kDataMsb);
+  imageOf(elf) = engine::Image(engine::kClass64, engine::kDataMsb);
   elf.setEntry((uint64_t{1} << 32) + 4);
   EXPECT_EQ(elf.getEntry(), (uint64_t{1} << 32) + 4);
 }
@@ -102,7 +101,7 @@ TEST(ElfObjectTest, MoveAssignmentTakesImageAndFields) {
   EXPECT_EQ(source.impl, nullptr);
   ASSERT_NE(target.impl, nullptr);
   EXPECT_EQ(bytesOf(*target.text), bytesOf("code"));
-  EXPECT_EQ(target.text->data(), imageOf(target).findSection(".text")->data());
+  EXPECT_EQ(target.text->data(), imageOf(target).findSection(".text")->bytes().data());
   EXPECT_THAT(linesOf(*target.commentInfo), ElementsAre("c1", "c2", ""));
   EXPECT_EQ(target.dbgID, (DebugInfoID{1, 2, 3}));
   // An empty source field empties the target's.

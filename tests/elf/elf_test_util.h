@@ -7,15 +7,13 @@
 
 #include "absl/strings/string_view.h"
 #include "absl/types/span.h"
-#include "elf/impl.h"
+#include "elf/internal.h"
 #include "elf/test_files.h"
 #include "gtest/gtest.h"
 #include "zelk_elf/elf.h"
 
 namespace zelk_elf {
 namespace testing {
-
-inline engine::Image& imageOf(ELF& elf) { return elf.impl->image; }
 
 inline engine::Section& sectionOf(ELF& elf, absl::string_view name) {
   engine::Section* section = imageOf(elf).findSection(name);
@@ -40,7 +38,7 @@ inline std::vector<std::string> linesOf(
 inline engine::Section& addProgbits(ELF& elf, absl::string_view name,
                                     absl::string_view data) {
   engine::Section& section = imageOf(elf).addSection(name);
-  section.setType(engine::kShtProgbits);
+  section.header.type = engine::kShtProgbits;
   section.setData(reinterpret_cast<const uint8_t*>(data.data()), data.size());
   return section;
 }

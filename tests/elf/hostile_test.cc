@@ -26,16 +26,16 @@ bool within(const void* begin, size_t size, absl::Span<const uint8_t> data) {
 // tests so that these sweeps stay fast and small.
 bool laysOutHuge(const ELF& elf) {
   constexpr uint64_t kLimit = uint64_t{1} << 24;
-  const engine::Image& image = elf.impl->image;
-  for (size_t i = 0; i < image.segmentCount(); ++i) {
-    const engine::SegmentHeader& h = image.segment(i).header();
+  const engine::Image& image = imageOf(elf);
+  for (size_t i = 0; i < image.segments().size(); ++i) {
+    const engine::SegmentHeader& h = image.segments()[i].header;
     if (h.vaddr > kLimit || h.align > kLimit || h.offset > kLimit ||
         h.memsz > kLimit || h.filesz > kLimit) {
       return true;
     }
   }
-  for (size_t i = 0; i < image.sectionCount(); ++i) {
-    const engine::SectionHeader& h = image.section(i).header();
+  for (size_t i = 0; i < image.sections().size(); ++i) {
+    const engine::SectionHeader& h = image.sections()[i].header;
     if (h.addr > kLimit || h.addralign > kLimit || h.size > kLimit ||
         h.offset > kLimit) {
       return true;

@@ -12,7 +12,6 @@ namespace {
 using ::testing::ElementsAre;
 using testing::bytesOf;
 using testing::hexBytes;
-using testing::imageOf;
 using testing::linesOf;
 using testing::loadWithSection;
 using testing::readShared;
@@ -123,8 +122,8 @@ TEST(LoadTest, EmptyOrNobitsTextGivesEngagedEmptySpan) {
 
   ELF elf;
   engine::Section& text = imageOf(elf).addSection(".text");
-  text.setType(engine::kShtNobits);
-  text.setSize(64);
+  text.header.type = engine::kShtNobits;
+  text.header.size = 64;
   absl::optional<ELF> nobits = ELF::load(saveBytes(elf));
   ASSERT_TRUE(nobits.has_value());
   ASSERT_TRUE(nobits->text.has_value());

@@ -13,7 +13,6 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using testing::bytesOf;
 using testing::hexBytes;
-using testing::imageOf;
 using testing::readLE;
 using testing::readShared;
 using testing::reload;
@@ -61,9 +60,9 @@ TEST(SaveTest, SavingTwiceGivesTheSameBytesAndNoNewSections) {
   ELF elf;
   fillAllDebugFields(elf);
   const std::vector<uint8_t> first = saveBytes(elf);
-  const size_t sections = imageOf(elf).sectionCount();
+  const size_t sections = imageOf(elf).sections().size();
   const std::vector<uint8_t> second = saveBytes(elf);
-  EXPECT_EQ(imageOf(elf).sectionCount(), sections);
+  EXPECT_EQ(imageOf(elf).sections().size(), sections);
   EXPECT_EQ(first, second);
 }
 
@@ -76,9 +75,9 @@ TEST(SaveTest, AllNineFieldsBecomeSectionsTwoToTen) {
   EXPECT_EQ(loaded.getSectionNames(), expected);
   for (const char* name : kDebugNames) {
     const engine::Section& section = *imageOf(loaded).findSection(name);
-    EXPECT_EQ(section.type(), engine::kShtProgbits) << name;
-    EXPECT_EQ(section.addrAlign(), 1u) << name;
-    EXPECT_EQ(section.flags(), 0u) << name;
+    EXPECT_EQ(section.header.type, engine::kShtProgbits) << name;
+    EXPECT_EQ(section.header.addralign, 1u) << name;
+    EXPECT_EQ(section.header.flags, 0u) << name;
   }
   EXPECT_EQ(bytesOf(loaded.getSection(".zelk.dbg.id")), hexBytes("0102000300"));
   EXPECT_EQ(bytesOf(loaded.getSection(".zelk.dbg.spill")),
@@ -124,9 +123,9 @@ TEST(SaveTest, EmptySpillListGivesEmptySection) {
   elf.spillInfo = SpillInfo{};
   ELF loaded = reload(elf);
   const engine::Section& spill = *imageOf(loaded).findSection(".zelk.dbg.spill");
-  EXPECT_EQ(spill.size(), 0u);
-  EXPECT_EQ(spill.type(), engine::kShtProgbits);
-  EXPECT_EQ(spill.addrAlign(), 1u);
+  EXPECT_EQ(spill.header.size, 0u);
+  EXPECT_EQ(spill.header.type, engine::kShtProgbits);
+  EXPECT_EQ(spill.header.addralign, 1u);
   ASSERT_TRUE(loaded.spillInfo.has_value());
   EXPECT_TRUE(loaded.spillInfo->locs.empty());
 }
@@ -134,15 +133,15 @@ TEST(SaveTest, EmptySpillListGivesEmptySection) {
 TEST(SaveTest, ExistingNobitsDebugSectionBecomesProgbitsKeepingFlags) {
   ELF elf;
   engine::Section& pm = imageOf(elf).addSection(".zelk.dbg.pmsize");
-  pm.setType(engine::kShtNobits);
-  pm.setAddrAlign(8);
-  pm.setFlags(engine::kShfAlloc);
+  pm.header.type = engine::kShtNobits;
+  pm.header.addralign = 8;
+  pm.header.flags = engine::kShfAlloc;
   elf.pmSize = 0x11223344;
   ELF loaded = reload(elf);
   const engine::Section& saved = *imageOf(loaded).findSection(".zelk.dbg.pmsize");
-  EXPECT_EQ(saved.type(), engine::kShtProgbits);
-  EXPECT_EQ(saved.addrAlign(), 1u);
-  EXPECT_EQ(saved.flags(), engine::kShfAlloc);
+  EXPECT_EQ(saved.header.type, engine::kShtProgbits);
+  EXPECT_EQ(saved.header.addralign, 1u);
+  EXPECT_EQ(saved.header.flags, engine::kShfAlloc);
   EXPECT_EQ(bytesOf(saved.bytes()), hexBytes("44332211"));
 }
 

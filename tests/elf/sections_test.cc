@@ -14,7 +14,6 @@ using ::testing::ElementsAre;
 using testing::addProgbits;
 using testing::bytesOf;
 using testing::hexBytes;
-using testing::imageOf;
 using testing::linesOf;
 using testing::readShared;
 using testing::reload;
@@ -31,8 +30,8 @@ TEST(SectionsTest, SameNameActsOnLowerIndex) {
   EXPECT_EQ(elf.getSectionSize("dup"), 5u);
 
   elf.setSection("dup", bytesOf("new"));
-  EXPECT_EQ(bytesOf(imageOf(elf).section(2).bytes()), bytesOf("new"));
-  EXPECT_EQ(bytesOf(imageOf(elf).section(3).bytes()), bytesOf("higher!"));
+  EXPECT_EQ(bytesOf(imageOf(elf).sections()[2].bytes()), bytesOf("new"));
+  EXPECT_EQ(bytesOf(imageOf(elf).sections()[3].bytes()), bytesOf("higher!"));
 }
 
 TEST(SectionsTest, EmptyNameFindsTheNullSection) {
@@ -58,15 +57,15 @@ TEST(SectionsTest, MissingSection) {
 TEST(SectionsTest, NobitsHoldsNothingButRecordsItsSize) {
   ELF elf;
   engine::Section& bss = imageOf(elf).addSection(".bss");
-  bss.setType(engine::kShtNobits);
-  bss.setSize(4096);
+  bss.header.type = engine::kShtNobits;
+  bss.header.size = 4096;
   elf = reload(elf);
   EXPECT_TRUE(elf.getSection(".bss").empty());
   EXPECT_EQ(elf.getSectionSize(".bss"), 4096u);
 
   elf.setSection(".bss", hexBytes("0102"));
   const engine::Section& now = *imageOf(elf).findSection(".bss");
-  EXPECT_EQ(now.type(), engine::kShtProgbits);
+  EXPECT_EQ(now.header.type, engine::kShtProgbits);
   EXPECT_EQ(bytesOf(elf.getSection(".bss")), hexBytes("0102"));
   EXPECT_EQ(elf.getSectionSize(".bss"), 2u);
 }
@@ -83,29 +82,29 @@ TEST(SectionsTest, SetSectionCreatesAndCopies) {
   EXPECT_EQ(elf.getSectionSize("x"), 5u);
 
   const engine::Section& x = *imageOf(elf).findSection("x");
-  EXPECT_EQ(x.type(), engine::kShtProgbits);
-  EXPECT_EQ(x.addrAlign(), 1u);
-  EXPECT_EQ(x.flags(), 0u);
-  EXPECT_EQ(x.address(), 0u);
+  EXPECT_EQ(x.header.type, engine::kShtProgbits);
+  EXPECT_EQ(x.header.addralign, 1u);
+  EXPECT_EQ(x.header.flags, 0u);
+  EXPECT_EQ(x.header.addr, 0u);
 }
 
 TEST(SectionsTest, SetSectionKeepsOtherAttributesOfExistingSection) {
   ELF elf;
   engine::Section& data = addProgbits(elf, ".data", "abcd");
-  data.setFlags(engine::kShfAlloc | engine::kShfWrite);
-  data.setAddress(0x2000);
-  data.setAddrAlign(16);
-  data.setEntrySize(4);
-  data.setLink(1);
-  data.setInfo(2);
+  data.header.flags = engine::kShfAlloc | engine::kShfWrite;
+  data.header.addr = 0x2000;
+  data.header.addralign = 16;
+  data.header.entsize = 4;
+  data.header.link = 1;
+  data.header.info = 2;
   elf.setSection(".data", hexBytes("01"));
-  EXPECT_EQ(data.flags(), engine::kShfAlloc | engine::kShfWrite);
-  EXPECT_EQ(data.address(), 0x2000u);
-  EXPECT_EQ(data.addrAlign(), 1u);
-  EXPECT_EQ(data.entrySize(), 4u);
-  EXPECT_EQ(data.link(), 1u);
-  EXPECT_EQ(data.info(), 2u);
-  EXPECT_EQ(data.index(), 2u);
+  EXPECT_EQ(data.header.flags, engine::kShfAlloc | engine::kShfWrite);
+  EXPECT_EQ(data.header.addr, 0x2000u);
+  EXPECT_EQ(data.header.addralign, 1u);
+  EXPECT_EQ(data.header.entsize, 4u);
+  EXPECT_EQ(data.header.link, 1u);
+  EXPECT_EQ(data.header.info, 2u);
+  EXPECT_EQ(&data, &imageOf(elf).sections()[2]);
 }
 
 TEST(SectionsTest, EmptyContentsWithOrWithoutPointer) {

@@ -13,7 +13,6 @@ using ::testing::ElementsAre;
 using testing::addProgbits;
 using testing::bytesOf;
 using testing::hexBytes;
-using testing::imageOf;
 using testing::linesOf;
 using testing::readShared;
 using testing::reload;
@@ -24,26 +23,26 @@ TEST(SetTextTest, NewImageGainsTextSectionAndLoadSegment) {
   elf.setText(code, 4);
 
   const engine::Image& image = imageOf(elf);
-  ASSERT_EQ(image.sectionCount(), 3u);
-  const engine::Section& text = image.section(2);
-  EXPECT_EQ(text.name(), ".text");
-  EXPECT_EQ(text.type(), engine::kShtProgbits);
-  EXPECT_EQ(text.flags(), engine::kShfAlloc | engine::kShfExecInstr);
-  EXPECT_EQ(text.size(), 8u);
-  EXPECT_EQ(text.addrAlign(), 4u);
+  ASSERT_EQ(image.sections().size(), 3u);
+  const engine::Section& text = image.sections()[2];
+  EXPECT_EQ(text.name, ".text");
+  EXPECT_EQ(text.header.type, engine::kShtProgbits);
+  EXPECT_EQ(text.header.flags, engine::kShfAlloc | engine::kShfExecInstr);
+  EXPECT_EQ(text.header.size, 8u);
+  EXPECT_EQ(text.header.addralign, 4u);
 
-  ASSERT_EQ(image.segmentCount(), 1u);
-  const engine::Segment& segment = image.segment(0);
-  EXPECT_EQ(segment.type(), engine::kPtLoad);
-  EXPECT_EQ(segment.flags(), engine::kPfR | engine::kPfX);
-  EXPECT_EQ(segment.virtualAddress(), 0u);
-  EXPECT_EQ(segment.physicalAddress(), 0u);
-  EXPECT_EQ(segment.align(), 0x1000u);
-  EXPECT_THAT(segment.sectionIndexes(), ElementsAre(2));
+  ASSERT_EQ(image.segments().size(), 1u);
+  const engine::Segment& segment = image.segments()[0];
+  EXPECT_EQ(segment.header.type, engine::kPtLoad);
+  EXPECT_EQ(segment.header.flags, engine::kPfR | engine::kPfX);
+  EXPECT_EQ(segment.header.vaddr, 0u);
+  EXPECT_EQ(segment.header.paddr, 0u);
+  EXPECT_EQ(segment.header.align, 0x1000u);
+  EXPECT_THAT(segment.sections, ElementsAre(2));
 
   ASSERT_TRUE(elf.text.has_value());
   EXPECT_EQ(bytesOf(*elf.text), code);
-  EXPECT_EQ(elf.text->data(), text.data());
+  EXPECT_EQ(elf.text->data(), text.bytes().data());
   EXPECT_EQ(elf.getTextAddr(), 0u);
 }
 
@@ -52,8 +51,8 @@ TEST(SetTextTest, SecondCallReplacesDataOnly) {
   elf.setText(hexBytes("0102030405060708"), 4);
   const std::vector<uint8_t> code = hexBytes("00112233445566778899aabbccddeeff");
   elf.setText(code, 4);
-  EXPECT_EQ(imageOf(elf).sectionCount(), 3u);
-  EXPECT_EQ(imageOf(elf).segmentCount(), 1u);
+  EXPECT_EQ(imageOf(elf).sections().size(), 3u);
+  EXPECT_EQ(imageOf(elf).segments().size(), 1u);
   EXPECT_EQ(bytesOf(*elf.text), code);
   EXPECT_EQ(elf.getSectionSize(".text"), 16u);
 }
@@ -61,53 +60,53 @@ TEST(SetTextTest, SecondCallReplacesDataOnly) {
 TEST(SetTextTest, LargeAlignmentRaisesSegmentAlignment) {
   ELF elf;
   elf.setText(hexBytes("00"), 0x2000);
-  ASSERT_EQ(imageOf(elf).segmentCount(), 1u);
-  EXPECT_EQ(imageOf(elf).segment(0).align(), 0x2000u);
+  ASSERT_EQ(imageOf(elf).segments().size(), 1u);
+  EXPECT_EQ(imageOf(elf).segments()[0].header.align, 0x2000u);
 }
 
 TEST(SetTextTest, RelocatableImageGetsNoSegment) {
   ELF elf;
   elf.setType(engine::kEtRel);
   elf.setText(hexBytes("0102"), 4);
-  EXPECT_EQ(imageOf(elf).segmentCount(), 0u);
+  EXPECT_EQ(imageOf(elf).segments().size(), 0u);
   EXPECT_EQ(bytesOf(*elf.text), hexBytes("0102"));
 
   // A segment listing .text changes nothing either.
   ELF listed;
   listed.setText(hexBytes("01"), 4);
-  ASSERT_EQ(imageOf(listed).segmentCount(), 1u);
+  ASSERT_EQ(imageOf(listed).segments().size(), 1u);
   listed.setType(engine::kEtRel);
   listed.setText(hexBytes("02"), 4);
-  EXPECT_EQ(imageOf(listed).segmentCount(), 1u);
+  EXPECT_EQ(imageOf(listed).segments().size(), 1u);
 
   absl::optional<ELF> object = ELF::load(readShared("corpus/real/hello_32.o"));
   ASSERT_TRUE(object.has_value());
   ASSERT_EQ(object->getType(), engine::kEtRel);
   object->setText(hexBytes("90"), 16);
-  EXPECT_EQ(imageOf(*object).segmentCount(), 0u);
-  EXPECT_EQ(imageOf(*object).findSection(".text")->addrAlign(), 16u);
+  EXPECT_EQ(imageOf(*object).segments().size(), 0u);
+  EXPECT_EQ(imageOf(*object).findSection(".text")->header.addralign, 16u);
 }
 
 TEST(SetTextTest, ExistingSegmentCarryingTextIsEnough) {
   absl::optional<ELF> elf = ELF::load(readShared("corpus/real/hello_32"));
   ASSERT_TRUE(elf.has_value());
-  const size_t segments = imageOf(*elf).segmentCount();
+  const size_t segments = imageOf(*elf).segments().size();
   const engine::Section& text = *imageOf(*elf).findSection(".text");
-  const uint64_t address = text.address();
+  const uint64_t address = text.header.addr;
   elf->setText(hexBytes("c3"), 16);
-  EXPECT_EQ(imageOf(*elf).segmentCount(), segments);
-  EXPECT_EQ(text.address(), address);
+  EXPECT_EQ(imageOf(*elf).segments().size(), segments);
+  EXPECT_EQ(text.header.addr, address);
   EXPECT_EQ(elf->getTextAddr(), static_cast<uint32_t>(address));
-  EXPECT_EQ(text.flags(), engine::kShfAlloc | engine::kShfExecInstr);
+  EXPECT_EQ(text.header.flags, engine::kShfAlloc | engine::kShfExecInstr);
 }
 
 TEST(SetTextTest, TextAddress) {
   ELF elf;
   EXPECT_EQ(elf.getTextAddr(), 0u);
-  addProgbits(elf, ".text", "x").setAddress(0x2000);
+  addProgbits(elf, ".text", "x").header.addr = 0x2000;
   EXPECT_EQ(elf.getTextAddr(), 0x2000u);
-  imageOf(elf).create(engine::kClass64, engine::kDataLsb);
-  addProgbits(elf, ".text", "x").setAddress(0x1234500002000);
+  imageOf(elf) = engine::Image(engine::kClass64, engine::kDataLsb);
+  addProgbits(elf, ".text", "x").header.addr = 0x1234500002000;
   EXPECT_EQ(elf.getTextAddr(), 0x2000u);
 }
 
@@ -116,10 +115,10 @@ TEST(SetTextTest, ZeroSizeTextIsNotCarriedAfterReload) {
   // setText adds a segment again.
   ELF elf;
   elf.setText({}, 4);
-  EXPECT_EQ(imageOf(elf).segmentCount(), 1u);
+  EXPECT_EQ(imageOf(elf).segments().size(), 1u);
   elf = reload(elf);
   elf.setText({}, 4);
-  EXPECT_EQ(imageOf(elf).segmentCount(), 2u);
+  EXPECT_EQ(imageOf(elf).segments().size(), 2u);
 }
 
 TEST(SetCommentInfoTest, EmptyListChangesNothing) {
@@ -140,11 +139,11 @@ TEST(SetCommentInfoTest, SingleEmptyLineCreatesEmptySection) {
   elf.setCommentInfo({""});
   ASSERT_TRUE(elf.hasSection(".comment"));
   const engine::Section& comment = *imageOf(elf).findSection(".comment");
-  EXPECT_EQ(comment.type(), engine::kShtProgbits);
-  EXPECT_EQ(comment.flags(), engine::kShfMerge | engine::kShfStrings);
-  EXPECT_EQ(comment.entrySize(), 1u);
-  EXPECT_EQ(comment.addrAlign(), 1u);
-  EXPECT_EQ(comment.size(), 0u);
+  EXPECT_EQ(comment.header.type, engine::kShtProgbits);
+  EXPECT_EQ(comment.header.flags, engine::kShfMerge | engine::kShfStrings);
+  EXPECT_EQ(comment.header.entsize, 1u);
+  EXPECT_EQ(comment.header.addralign, 1u);
+  EXPECT_EQ(comment.header.size, 0u);
   ASSERT_TRUE(elf.commentInfo.has_value());
   EXPECT_TRUE(elf.commentInfo->empty());
 }
@@ -161,16 +160,16 @@ TEST(SetCommentInfoTest, ReplacesExistingLinesKeepingAttributes) {
   ASSERT_TRUE(elf.has_value());
   ASSERT_TRUE(elf->commentInfo.has_value());
   engine::Section& comment = *imageOf(*elf).findSection(".comment");
-  const uint64_t flags = comment.flags();
-  const uint64_t entry_size = comment.entrySize();
-  const size_t sections = imageOf(*elf).sectionCount();
+  const uint64_t flags = comment.header.flags;
+  const uint64_t entry_size = comment.header.entsize;
+  const size_t sections = imageOf(*elf).sections().size();
 
   elf->setCommentInfo({"x"});
   EXPECT_EQ(bytesOf(elf->getSection(".comment")), hexBytes("7800"));
   EXPECT_THAT(linesOf(*elf->commentInfo), ElementsAre("x", ""));
-  EXPECT_EQ(comment.flags(), flags);
-  EXPECT_EQ(comment.entrySize(), entry_size);
-  EXPECT_EQ(imageOf(*elf).sectionCount(), sections);
+  EXPECT_EQ(comment.header.flags, flags);
+  EXPECT_EQ(comment.header.entsize, entry_size);
+  EXPECT_EQ(imageOf(*elf).sections().size(), sections);
 }
 
 TEST(SetCommentInfoTest, LinesMayViewTheOldComment) {

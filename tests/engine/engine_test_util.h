@@ -36,47 +36,50 @@ inline absl::optional<Bytes> readFile(const std::string& path) {
 // Saves into a plain string stream; empty when save fails.
 inline absl::optional<Bytes> saveBytes(Image& image) {
   std::ostringstream out(std::ios::binary);
-  if (!image.save(out)) return absl::nullopt;
+  if (!image.save(out).ok()) return absl::nullopt;
   const std::string s = out.str();
   return Bytes(s.begin(), s.end());
 }
 
 inline Bytes bytesOf(absl::string_view s) { return Bytes(s.begin(), s.end()); }
 
+inline size_t indexOf(const Image& image, const Section& s) {
+  return static_cast<size_t>(&s - image.sections().data());
+}
+
 // The library's raw section write: type PROGBITS, the bytes, alignment 1.
-inline Section& setSection(Image& image, absl::string_view name,
-                           const Bytes& data) {
+// Returns the section's index (references do not survive adding sections).
+inline size_t setSection(Image& image, absl::string_view name, const Bytes& data) {
   Section* s = image.findSection(name);
   if (s == nullptr) s = &image.addSection(name);
-  s->setType(kShtProgbits);
+  s->header.type = kShtProgbits;
   s->setData(data.data(), data.size());
-  s->setAddrAlign(1);
-  return *s;
+  s->header.addralign = 1;
+  return indexOf(image, *s);
 }
 
 // The library's text install: .text, and a PT_LOAD for it unless the image
-// is relocatable or a segment already lists it.
-inline Section& setText(Image& image, const Bytes& code, uint64_t align) {
+// is relocatable or a segment already lists it. Returns the section's index.
+inline size_t setText(Image& image, const Bytes& code, uint64_t align) {
   Section* s = image.findSection(".text");
   if (s == nullptr) s = &image.addSection(".text");
-  s->setType(kShtProgbits);
-  s->setFlags(kShfAlloc | kShfExecInstr);
+  s->header.type = kShtProgbits;
+  s->header.flags = kShfAlloc | kShfExecInstr;
   s->setData(code.data(), code.size());
-  s->setAddrAlign(align);
-  if (image.type() == kEtRel) return *s;
-  for (size_t i = 0; i < image.segmentCount(); ++i) {
-    for (uint16_t x : image.segment(i).sectionIndexes()) {
-      if (x == s->index()) return *s;
+  s->header.addralign = align;
+  const size_t index = indexOf(image, *s);
+  if (image.header().type == kEtRel) return index;
+  for (const Segment& g : image.segments()) {
+    for (uint16_t x : g.sections) {
+      if (x == index) return index;
     }
   }
   Segment& g = image.addSegment();
-  g.setType(kPtLoad);
-  g.setVirtualAddress(0);
-  g.setPhysicalAddress(0);
-  g.setFlags(kPfR | kPfX);
-  g.setAlign(0x1000);
-  g.addSectionIndex(static_cast<uint16_t>(s->index()), s->addrAlign());
-  return *s;
+  g.header.type = kPtLoad;
+  g.header.flags = kPfR | kPfX;
+  g.header.align = 0x1000;
+  g.addSectionIndex(static_cast<uint16_t>(index), align);
+  return index;
 }
 
 // The library's comment write: non-empty lines, each NUL-terminated.
@@ -91,10 +94,10 @@ inline void setComment(Image& image, const std::vector<std::string>& lines) {
   Section* s = image.findSection(".comment");
   if (s == nullptr) {
     s = &image.addSection(".comment");
-    s->setType(kShtProgbits);
-    s->setFlags(kShfMerge | kShfStrings);
-    s->setEntrySize(1);
-    s->setAddrAlign(1);
+    s->header.type = kShtProgbits;
+    s->header.flags = kShfMerge | kShfStrings;
+    s->header.entsize = 1;
+    s->header.addralign = 1;
   }
   s->setData(data.data(), data.size());
 }

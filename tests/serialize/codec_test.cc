@@ -297,12 +297,12 @@ TEST(ListToEndTest, WritesElementsBackToBack) {
   Bytes out;
   MemWriter w(out);
   Enc e(w);
-  EXPECT_TRUE(tolva_lib::serialize::encodeEach(std::vector<uint32_t>{1, 0x0A0B0C0D}, e).isOk());
+  tolva_lib::serialize::putEach(std::vector<uint32_t>{1, 0x0A0B0C0D}, e);
   EXPECT_EQ(out, B({1, 0, 0, 0, 0x0D, 0x0C, 0x0B, 0x0A}));
   Bytes none;
   MemWriter w2(none);
   Enc e2(w2);
-  EXPECT_TRUE(tolva_lib::serialize::encodeEach(std::vector<uint32_t>{}, e2).isOk());
+  tolva_lib::serialize::putEach(std::vector<uint32_t>{}, e2);
   EXPECT_TRUE(none.empty());
 }
 

@@ -193,18 +193,14 @@ TEST_F(ErrorTest, NotElfAndMalformedHeaders) {
     expectFailure({command, text}, 1, prefix + text + notElf);
     expectFailure({command, empty}, 1, prefix + empty + notElf);
     expectFailure({command, shortIdent}, 1,
-                  prefix + shortIdent +
-                      "': malformed ELF header (only 5 bytes of "
-                      "identification)");
-    expectFailure(
-        {command, badClass}, 1,
-        prefix + badClass + "': malformed ELF header (unknown class 3)");
-    expectFailure(
-        {command, badOrder}, 1,
-        prefix + badOrder + "': malformed ELF header (unknown byte order 3)");
+                  prefix + shortIdent + "': ELF identification cut short (5 of 16 bytes)");
+    expectFailure({command, badClass}, 1, prefix + badClass + "': unknown ELF class 3");
+    expectFailure({command, badOrder}, 1,
+                  prefix + badOrder + "': unknown ELF byte order 3");
     expectFailure({command, truncated}, 1,
                   prefix + truncated +
-                      "': malformed ELF header or section/segment tables");
+                      "': section header table ends beyond the input (entry 0 at "
+                      "0x1290), so the program headers cannot be read");
   }
   expectFailure({"edit", text, "-o", out_}, 1,
                 "zelk-elf: edit: '" + text + notElf);
@@ -219,23 +215,22 @@ TEST_F(ErrorTest, MalformedDebugSections) {
     const char* where;
   };
   const Case cases[] = {
-      {".zelk.dbg.id", "", "at payload offset 0 (payload of 0 bytes)"},
+      {".zelk.dbg.id", "", "payload is empty"},
       {".zelk.dbg.swp", "010000000200",
-       "at payload offset 4 (payload of 6 bytes)"},
+       "payload of 6 bytes ends inside an element at offset 4"},
       {".zelk.dbg.cfg", "0100000002000000030000000400000001",
-       "at payload offset 16 (payload of 17 bytes)"},
+       "payload of 17 bytes ends inside an element at offset 16"},
       {".zelk.dbg.src", "00000000000000",
-       "at payload offset 0 (payload of 7 bytes)"},
-      {".zelk.dbg.sym", "", "at payload offset 0 (payload of 0 bytes)"},
+       "payload of 7 bytes ends inside a value at offset 0"},
+      {".zelk.dbg.sym", "", "payload is empty"},
       {".zelk.dbg.pmsize", "001000",
-       "at payload offset 0 (payload of 3 bytes)"},
+       "payload of 3 bytes ends inside a value at offset 0"},
       {".zelk.dbg.verifyinfo", "02000000000000",
-       "at payload offset 0 (payload of 7 bytes)"},
+       "payload of 7 bytes ends inside a value at offset 0"},
   };
   for (const Case& c : cases) {
     std::string image = imageWithSection(c.section, c.hex);
-    std::string reason =
-        std::string("': section ") + c.section + " fails to decode " + c.where;
+    std::string reason = std::string("': ") + c.section + ": " + c.where;
     for (const char* command : {"check", "info", "debug", "cfg"}) {
       expectFailure(
           {command, image}, 1,

@@ -9,7 +9,7 @@
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
 #include "absl/strings/str_join.h"
-#include "engine/image.h"
+#include "elf/internal.h"
 #include "tools/zelk-elf/cli_error.h"
 #include "tools/zelk-elf/command.h"
 #include "tools/zelk-elf/elf_names.h"
@@ -34,7 +34,7 @@ constexpr char kHelp[] =
 
 // Section names by index, for segment listings; "?" past the table.
 std::string sectionNameAt(const engine::Image& image, size_t index) {
-  return index < image.sectionCount() ? image.section(index).name() : "?";
+  return index < image.sections().size() ? std::string(image.sections()[index].name) : "?";
 }
 
 std::string className(uint8_t elf_class) {
@@ -59,19 +59,19 @@ void writeText(const ELF& elf, const engine::Image& image, std::string* out) {
   header.addRow({"Entry:", hexValue(elf.getEntry(), address_digits)});
   absl::StrAppend(out, header.render("  "));
 
-  absl::StrAppend(out, "\nSections (", image.sectionCount(), "):\n");
+  absl::StrAppend(out, "\nSections (", image.sections().size(), "):\n");
   TextTable sections(
       {false, false, false, false, false, false, false, false, true});
   sections.addRow({"[Nr]", "Name", "Type", "Flags", "Address", "Offset", "Size",
                    "Held", "Align"});
-  for (size_t i = 0; i < image.sectionCount(); ++i) {
-    const engine::Section& s = image.section(i);
+  for (size_t i = 0; i < image.sections().size(); ++i) {
+    const engine::Section& s = image.sections()[i];
     sections.addRow(
-        {absl::StrFormat("[%2u]", i), s.name(),
-         sectionTypeName(s.type()).short_name, sectionFlagLetters(s.flags()),
-         absl::StrFormat("%0*x", address_digits, s.address()),
-         absl::StrFormat("%06x", s.offset()), absl::StrFormat("%06x", s.size()),
-         absl::StrFormat("%06x", s.dataSize()), absl::StrCat(s.addrAlign())});
+        {absl::StrFormat("[%2u]", i), std::string(s.name),
+         sectionTypeName(s.header.type).short_name, sectionFlagLetters(s.header.flags),
+         absl::StrFormat("%0*x", address_digits, s.header.addr),
+         absl::StrFormat("%06x", s.header.offset), absl::StrFormat("%06x", s.header.size),
+         absl::StrFormat("%06x", s.bytes().size()), absl::StrCat(s.header.addralign)});
   }
   absl::StrAppend(out, sections.render("  "));
   absl::StrAppend(
@@ -81,26 +81,26 @@ void writeText(const ELF& elf, const engine::Image& image, std::string* out) {
       "  L link order, O OS-specific, G group, T TLS, C compressed, "
       "x unknown.\n");
 
-  absl::StrAppend(out, "\nSegments (", image.segmentCount(), "):\n");
-  if (image.segmentCount() > 0) {
+  absl::StrAppend(out, "\nSegments (", image.segments().size(), "):\n");
+  if (image.segments().size() > 0) {
     TextTable segments(
         {false, false, false, false, false, false, false, false, false, false});
     segments.addRow({"[Nr]", "Type", "Offset", "VirtAddr", "PhysAddr",
                      "FileSize", "MemSize", "Flags", "Align", "Sections"});
-    for (size_t i = 0; i < image.segmentCount(); ++i) {
-      const engine::Segment& g = image.segment(i);
+    for (size_t i = 0; i < image.segments().size(); ++i) {
+      const engine::Segment& g = image.segments()[i];
       std::vector<std::string> names;
-      for (uint16_t index : g.sectionIndexes()) {
+      for (uint16_t index : g.sections) {
         names.push_back(sectionNameAt(image, index));
       }
       segments.addRow(
-          {absl::StrFormat("[%2u]", i), segmentTypeName(g.type()).short_name,
-           absl::StrFormat("%06x", g.offset()),
-           absl::StrFormat("%0*x", address_digits, g.virtualAddress()),
-           absl::StrFormat("%0*x", address_digits, g.physicalAddress()),
-           absl::StrFormat("%06x", g.fileSize()),
-           absl::StrFormat("%06x", g.memorySize()),
-           segmentFlagLetters(g.flags()), absl::StrFormat("0x%x", g.align()),
+          {absl::StrFormat("[%2u]", i), segmentTypeName(g.header.type).short_name,
+           absl::StrFormat("%06x", g.header.offset),
+           absl::StrFormat("%0*x", address_digits, g.header.vaddr),
+           absl::StrFormat("%0*x", address_digits, g.header.paddr),
+           absl::StrFormat("%06x", g.header.filesz),
+           absl::StrFormat("%06x", g.header.memsz),
+           segmentFlagLetters(g.header.flags), absl::StrFormat("0x%x", g.header.align),
            absl::StrJoin(names, " ")});
     }
     absl::StrAppend(out, segments.render("  "));
@@ -141,45 +141,45 @@ void writeJson(const ELF& elf, const engine::Image& image, std::string* out) {
 
   json.key("sections");
   json.beginArray();
-  for (size_t i = 0; i < image.sectionCount(); ++i) {
-    const engine::Section& s = image.section(i);
+  for (size_t i = 0; i < image.sections().size(); ++i) {
+    const engine::Section& s = image.sections()[i];
     json.beginObject();
     json.member("index", uint64_t{i});
-    json.member("name", s.name());
-    json.member("type", uint64_t{s.type()});
-    json.member("type_name", sectionTypeName(s.type()).long_name);
-    json.member("flags", s.flags());
+    json.member("name", s.name);
+    json.member("type", uint64_t{s.header.type});
+    json.member("type_name", sectionTypeName(s.header.type).long_name);
+    json.member("flags", s.header.flags);
     json.key("flag_names");
-    writeNames(json, sectionFlagNames(s.flags()));
-    json.member("address", s.address());
-    json.member("offset", s.offset());
-    json.member("recorded_size", s.size());
-    json.member("bytes_held", uint64_t{s.dataSize()});
-    json.member("alignment", s.addrAlign());
+    writeNames(json, sectionFlagNames(s.header.flags));
+    json.member("address", s.header.addr);
+    json.member("offset", s.header.offset);
+    json.member("recorded_size", s.header.size);
+    json.member("bytes_held", uint64_t{s.bytes().size()});
+    json.member("alignment", s.header.addralign);
     json.endObject();
   }
   json.endArray();
 
   json.key("segments");
   json.beginArray();
-  for (size_t i = 0; i < image.segmentCount(); ++i) {
-    const engine::Segment& g = image.segment(i);
+  for (size_t i = 0; i < image.segments().size(); ++i) {
+    const engine::Segment& g = image.segments()[i];
     json.beginObject();
     json.member("index", uint64_t{i});
-    json.member("type", uint64_t{g.type()});
-    json.member("type_name", segmentTypeName(g.type()).long_name);
-    json.member("flags", uint64_t{g.flags()});
+    json.member("type", uint64_t{g.header.type});
+    json.member("type_name", segmentTypeName(g.header.type).long_name);
+    json.member("flags", uint64_t{g.header.flags});
     json.key("flag_names");
-    writeNames(json, segmentFlagNames(g.flags()));
-    json.member("offset", g.offset());
-    json.member("virtual_address", g.virtualAddress());
-    json.member("physical_address", g.physicalAddress());
-    json.member("file_size", g.fileSize());
-    json.member("memory_size", g.memorySize());
-    json.member("alignment", g.align());
+    writeNames(json, segmentFlagNames(g.header.flags));
+    json.member("offset", g.header.offset);
+    json.member("virtual_address", g.header.vaddr);
+    json.member("physical_address", g.header.paddr);
+    json.member("file_size", g.header.filesz);
+    json.member("memory_size", g.header.memsz);
+    json.member("alignment", g.header.align);
     json.key("sections");
     json.beginArray();
-    for (uint16_t index : g.sectionIndexes()) {
+    for (uint16_t index : g.sections) {
       json.beginObject();
       json.member("index", uint64_t{index});
       json.member("name", sectionNameAt(image, index));
@@ -218,12 +218,7 @@ int runInfo(const std::vector<std::string>& args, std::string* out) {
     return kExitOk;
   }
   ImageFile file = loadImageFile(parsed.file);
-  engine::Image image;
-  if (!image.load(file.bytes)) {
-    // ELF::load accepted these bytes, so this only happens on exhaustion.
-    throw imageError(
-        absl::StrCat("'", parsed.file, "': the image does not load"));
-  }
+  const engine::Image& image = imageOf(file.elf);
   if (parsed.has("--json")) {
     writeJson(file.elf, image, out);
   } else {

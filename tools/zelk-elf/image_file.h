@@ -13,11 +13,6 @@
 namespace zelk_elf {
 namespace cli {
 
-// Why ELF::load refuses `bytes`, in a few words: not ELF, a malformed header
-// or tables, or the debug section that fails to decode and where. Empty when
-// the bytes load.
-absl::optional<std::string> explainLoadFailure(absl::Span<const uint8_t> bytes);
-
 // The file's bytes and the image loaded from them.
 struct ImageFile {
   std::vector<uint8_t> bytes;

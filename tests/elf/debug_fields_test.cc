@@ -1,11 +1,13 @@
-// The load and save steps of the ".zelk.dbg." sections against an image.
-#include "debuginfo/debug_sections.h"
+// The load and save steps of the ".zelk.dbg." sections: the nine fields
+// against the sections of an image.
+#include "elf/debug_fields.h"
 
 #include <cstdint>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "elf/internal.h"
 #include "engine/image.h"
 #include "gtest/gtest.h"
 #include "serialize/codec_test_util.h"
@@ -20,7 +22,7 @@ engine::Section& AddSection(engine::Image& image, const std::string& name,
                             const Bytes& data,
                             uint32_t type = engine::kShtProgbits) {
   engine::Section& s = image.addSection(name);
-  s.setType(type);
+  s.header.type = type;
   if (type != engine::kShtNobits) s.setData(data.data(), data.size());
   return s;
 }
@@ -28,12 +30,21 @@ engine::Section& AddSection(engine::Image& image, const std::string& name,
 Bytes SectionBytes(const engine::Image& image, const std::string& name) {
   const engine::Section* s = image.findSection(name);
   if (s == nullptr) return B({0xDE, 0xAD});
-  return Bytes(s->data(), s->data() + s->dataSize());
+  return Bytes(s->bytes().data(), s->bytes().data() + s->bytes().size());
 }
 
-// A loaded-from-nothing object: reads the image into a fresh ELF.
-bool Read(const engine::Image& image, ELF& elf) {
-  return readDebugSections(image, elf);
+// A loaded-from-nothing object: reads `image` into `elf`, which takes it.
+bool Read(engine::Image& image, ELF& elf) {
+  imageOf(elf) = std::move(image);
+  return readDebugFields(elf).ok();
+}
+
+// Writes the fields of `elf` into `image`, which `elf` lends for the call.
+bool Write(ELF& elf, engine::Image& image) {
+  std::swap(imageOf(elf), image);
+  const bool ok = writeDebugFields(elf).ok();
+  std::swap(imageOf(elf), image);
+  return ok;
 }
 
 void ExpectNoField(const ELF& elf) {
@@ -107,14 +118,14 @@ TEST(ReadDebugSectionsTest, EmptySectionsDependOnThePayloadForm) {
 
 TEST(ReadDebugSectionsTest, NobitsSectionsCountAsEmpty) {
   engine::Image swp;
-  AddSection(swp, ".zelk.dbg.swp", Bytes(), engine::kShtNobits).setSize(64);
+  AddSection(swp, ".zelk.dbg.swp", Bytes(), engine::kShtNobits).header.size = 64;
   ELF a;
   ASSERT_TRUE(Read(swp, a));
   ASSERT_TRUE(a.swpInfo);
   EXPECT_TRUE(a.swpInfo->locs.empty());
 
   engine::Image id;
-  AddSection(id, ".zelk.dbg.id", Bytes(), engine::kShtNobits).setSize(5);
+  AddSection(id, ".zelk.dbg.id", Bytes(), engine::kShtNobits).header.size = 5;
   ELF b;
   EXPECT_FALSE(Read(id, b));
 }
@@ -193,21 +204,21 @@ ELF AllNineFields() {
 
 TEST(WriteDebugSectionsTest, NewImageGainsNineSectionsInOrder) {
   engine::Image image;
-  ASSERT_EQ(image.sectionCount(), 2u);
-  const ELF elf = AllNineFields();
-  ASSERT_TRUE(writeDebugSections(elf, image));
-  ASSERT_EQ(image.sectionCount(), 11u);
+  ASSERT_EQ(image.sections().size(), 2u);
+  ELF elf = AllNineFields();
+  ASSERT_TRUE(Write(elf, image));
+  ASSERT_EQ(image.sections().size(), 11u);
   for (size_t i = 0; i < 9; ++i) {
-    const engine::Section& s = image.section(2 + i);
-    EXPECT_EQ(s.name(), kDebugSectionNames[i]);
-    EXPECT_EQ(s.type(), engine::kShtProgbits);
-    EXPECT_EQ(s.addrAlign(), 1u);
-    EXPECT_EQ(s.flags(), 0u);
-    EXPECT_EQ(s.address(), 0u);
-    EXPECT_EQ(s.link(), 0u);
-    EXPECT_EQ(s.info(), 0u);
-    EXPECT_EQ(s.entrySize(), 0u);
-    EXPECT_EQ(s.size(), s.dataSize());
+    const engine::Section& s = image.sections()[2 + i];
+    EXPECT_EQ(s.name, kDebugSectionNames[i]);
+    EXPECT_EQ(s.header.type, engine::kShtProgbits);
+    EXPECT_EQ(s.header.addralign, 1u);
+    EXPECT_EQ(s.header.flags, 0u);
+    EXPECT_EQ(s.header.addr, 0u);
+    EXPECT_EQ(s.header.link, 0u);
+    EXPECT_EQ(s.header.info, 0u);
+    EXPECT_EQ(s.header.entsize, 0u);
+    EXPECT_EQ(s.header.size, s.bytes().size());
   }
   EXPECT_EQ(SectionBytes(image, ".zelk.dbg.id"), B({1, 2, 0, 3, 0}));
   EXPECT_EQ(SectionBytes(image, ".zelk.dbg.spill"),
@@ -226,7 +237,7 @@ TEST(WriteDebugSectionsTest, NewImageGainsNineSectionsInOrder) {
 
   // And back.
   ELF again;
-  ASSERT_TRUE(readDebugSections(image, again));
+  ASSERT_TRUE(Read(image, again));
   EXPECT_EQ(again.dbgID, elf.dbgID);
   EXPECT_EQ(again.spillInfo, elf.spillInfo);
   EXPECT_EQ(again.swpInfo, elf.swpInfo);
@@ -242,13 +253,13 @@ TEST(WriteDebugSectionsTest, ExistingSectionsAreRewrittenInPlace) {
   engine::Image image;
   for (int i = 8; i >= 0; --i) AddSection(image, kDebugSectionNames[i], B({0xAA}));
   AddSection(image, ".text", B({1}));
-  const ELF elf = AllNineFields();
-  ASSERT_TRUE(writeDebugSections(elf, image));
-  ASSERT_EQ(image.sectionCount(), 12u);
+  ELF elf = AllNineFields();
+  ASSERT_TRUE(Write(elf, image));
+  ASSERT_EQ(image.sections().size(), 12u);
   for (int i = 8; i >= 0; --i) {
-    EXPECT_EQ(image.section(2 + (8 - i)).name(), kDebugSectionNames[i]);
+    EXPECT_EQ(image.sections()[2 + (8 - i)].name, kDebugSectionNames[i]);
   }
-  EXPECT_EQ(image.section(11).name(), ".text");
+  EXPECT_EQ(image.sections()[11].name, ".text");
   EXPECT_EQ(SectionBytes(image, ".zelk.dbg.swp"), B({1, 0, 0, 0, 2, 0, 0, 0}));
   EXPECT_EQ(SectionBytes(image, ".zelk.dbg.pmsize"), B({0, 0x10, 0, 0}));
 }
@@ -257,17 +268,17 @@ TEST(WriteDebugSectionsTest, EmptyListGivesAnEmptyProgbitsSection) {
   engine::Image image;
   ELF elf;
   elf.spillInfo = SpillInfo{};
-  ASSERT_TRUE(writeDebugSections(elf, image));
+  ASSERT_TRUE(Write(elf, image));
   const engine::Section* s = image.findSection(".zelk.dbg.spill");
   ASSERT_NE(s, nullptr);
-  EXPECT_EQ(s->size(), 0u);
-  EXPECT_EQ(s->dataSize(), 0u);
-  EXPECT_EQ(s->type(), engine::kShtProgbits);
-  EXPECT_EQ(s->addrAlign(), 1u);
-  EXPECT_EQ(image.sectionCount(), 3u);  // only engaged fields get sections
+  EXPECT_EQ(s->header.size, 0u);
+  EXPECT_EQ(s->bytes().size(), 0u);
+  EXPECT_EQ(s->header.type, engine::kShtProgbits);
+  EXPECT_EQ(s->header.addralign, 1u);
+  EXPECT_EQ(image.sections().size(), 3u);  // only engaged fields get sections
 
   ELF again;
-  ASSERT_TRUE(readDebugSections(image, again));
+  ASSERT_TRUE(Read(image, again));
   ASSERT_TRUE(again.spillInfo);
   EXPECT_TRUE(again.spillInfo->locs.empty());
 }
@@ -275,16 +286,16 @@ TEST(WriteDebugSectionsTest, EmptyListGivesAnEmptyProgbitsSection) {
 TEST(WriteDebugSectionsTest, NobitsSectionBecomesProgbitsAndKeepsItsFlags) {
   engine::Image image;
   engine::Section& s = AddSection(image, ".zelk.dbg.pmsize", Bytes(), engine::kShtNobits);
-  s.setAddrAlign(8);
-  s.setFlags(engine::kShfAlloc);
+  s.header.addralign = 8;
+  s.header.flags = engine::kShfAlloc;
   ELF elf;
   elf.pmSize = 0x11223344;
-  ASSERT_TRUE(writeDebugSections(elf, image));
+  ASSERT_TRUE(Write(elf, image));
   const engine::Section* after = image.findSection(".zelk.dbg.pmsize");
   ASSERT_EQ(after, &s);
-  EXPECT_EQ(after->type(), engine::kShtProgbits);
-  EXPECT_EQ(after->addrAlign(), 1u);
-  EXPECT_EQ(after->flags(), engine::kShfAlloc);
+  EXPECT_EQ(after->header.type, engine::kShtProgbits);
+  EXPECT_EQ(after->header.addralign, 1u);
+  EXPECT_EQ(after->header.flags, engine::kShfAlloc);
   EXPECT_EQ(SectionBytes(image, ".zelk.dbg.pmsize"), B({0x44, 0x33, 0x22, 0x11}));
 }
 
@@ -292,9 +303,9 @@ TEST(WriteDebugSectionsTest, AbsentFieldLeavesItsSectionAlone) {
   engine::Image image;
   AddSection(image, ".zelk.dbg.swp", B({9, 0, 0, 0}), 7);
   ELF elf;  // swpInfo absent
-  ASSERT_TRUE(writeDebugSections(elf, image));
+  ASSERT_TRUE(Write(elf, image));
   const engine::Section* s = image.findSection(".zelk.dbg.swp");
-  EXPECT_EQ(s->type(), 7u);
+  EXPECT_EQ(s->header.type, 7u);
   EXPECT_EQ(SectionBytes(image, ".zelk.dbg.swp"), B({9, 0, 0, 0}));
 }
 
@@ -304,10 +315,10 @@ TEST(WriteDebugSectionsTest, OnlyTheFirstSectionOfANameIsWritten) {
   AddSection(image, ".zelk.dbg.swp", B({8, 0, 0, 0}));
   ELF elf;
   elf.swpInfo = SWPInfo{{{1}}};
-  ASSERT_TRUE(writeDebugSections(elf, image));
-  EXPECT_EQ(image.section(2).bytes().size(), 4u);
-  EXPECT_EQ(image.section(2).bytes()[0], 1);
-  EXPECT_EQ(image.section(3).bytes()[0], 8);
+  ASSERT_TRUE(Write(elf, image));
+  EXPECT_EQ(image.sections()[2].bytes().size(), 4u);
+  EXPECT_EQ(image.sections()[2].bytes()[0], 1);
+  EXPECT_EQ(image.sections()[3].bytes()[0], 8);
 }
 
 }  // namespace
