@@ -59,10 +59,8 @@ size_t readSections(ByteView input, const FileHeader& h, const RecordFormat& f,
     const absl::optional<ByteView> entry = at ? input.slice(*at, record) : absl::nullopt;
     if (!entry) {
       uint8_t partial[64] = {};
-      if (at) {
-        const ByteView there = input.from(*at);
-        std::memcpy(partial, there.data(), std::min(there.size(), record));
-      }
+      const ByteView there = at ? input.from(*at) : ByteView();
+      if (!there.empty()) std::memcpy(partial, there.data(), std::min(there.size(), record));
       out[i].header = f.decodeSectionHeader(ByteView(partial, record));
       return i;
     }
