@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "capi/handle.h"
+#include "capi/version.h"
 
 using zelk_elf::ELF;
 using zelk_elf::capi::toELF;
@@ -33,9 +34,9 @@ void zelkELFFree(zelkELFHandle handle) { delete toELF(handle); }
 
 void zelkELFVersion(uint32_t* major, uint32_t* minor, uint32_t* patch,
                     const char** text) {
-  if (major != nullptr) *major = 1;
-  if (minor != nullptr) *minor = 2;
-  if (patch != nullptr) *patch = 0;
+  if (major != nullptr) *major = ZELK_ELF_VERSION_MAJOR;
+  if (minor != nullptr) *minor = ZELK_ELF_VERSION_MINOR;
+  if (patch != nullptr) *patch = ZELK_ELF_VERSION_PATCH;
   if (text != nullptr) *text = kVersionText;
 }
 

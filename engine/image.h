@@ -18,6 +18,7 @@
 #include "absl/strings/string_view.h"
 #include "absl/types/span.h"
 #include "engine/records.h"
+#include "engine/section_list.h"
 
 namespace zelk_elf {
 namespace engine {
@@ -27,11 +28,12 @@ namespace engine {
 // is refused, so a hostile alignment or size cannot wrap an offset around.
 constexpr uint64_t kMaxImageSize = 0xFFFFFFFFu;
 
-// Segment membership and the order of nested segments cost work in the
-// number of sections the segments list. Beyond this many listings in all
-// (512 MiB of indexes) an image is refused: memory could not hold it on
-// every target, and no real image comes near.
-constexpr uint64_t kMaxSegmentListings = uint64_t{1} << 28;
+// Segment membership at load and the order of nested segments at save cost
+// work in the number of sections and segments compared. Beyond this many
+// comparisons an image is refused, with the reason; real images need a few
+// thousand, and 4096 segments that each list all of 4096 sections need
+// 2^24.
+constexpr uint64_t kMaxSegmentWork = uint64_t{1} << 28;
 
 // One entry of the section table and the bytes it holds.
 struct Section {
@@ -65,7 +67,7 @@ struct Section {
 struct Segment {
   SegmentHeader header;
   // Indexes in list order; no range or duplicate check until save.
-  std::vector<uint16_t> sections;
+  SectionList sections;
   // Set at load and by every layout; a segment whose offset is set and 0
   // covers the file and program headers.
   bool off_init = false;
@@ -97,10 +99,17 @@ class Image {
   // input (entry 7 at 0x1a0)").
   absl::Status load(absl::Span<const uint8_t> bytes);
 
-  // Lays the image out and writes it, each contiguous run once, through
-  // absolute positioning of `out`. Layout values assigned before a failure
-  // stay in the image.
+  // Lays the image out and writes it: layOut, then write.
   absl::Status save(std::ostream& out);
+
+  // Assigns file offsets, segment sizes and the header's table fields, and
+  // returns the size of the file `write` will then produce. Values assigned
+  // before a failure stay in the image.
+  absl::StatusOr<uint64_t> layOut();
+
+  // Writes the laid-out image, each contiguous run once and in file order,
+  // the gaps as zeros; positions `out` only to go back, never past the end.
+  absl::Status write(std::ostream& out) const;
 
   // The size `save` would write, from a layout of a copy of the tables; the
   // image itself is not changed. Lets callers refuse huge outputs first.

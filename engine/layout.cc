@@ -34,42 +34,34 @@ bool advance(uint64_t& pos, uint64_t by) {
   return true;
 }
 
-// Merge walk over two lists taken as ascending: is every element of `b`
-// matched in `a`? For lists built out of order it still gives this exact
-// walk's answer, which the order of nested segments depends on.
-bool includes(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b) {
-  size_t i = 0, j = 0;
-  while (i < a.size() && j < b.size()) {
-    if (b[j] < a[i]) return false;
-    if (a[i] < b[j]) {
-      ++i;
-    } else {
-      ++i;
-      ++j;
+// Whether list `a` contains list `b` by the layout's merge walk: every index
+// of `b` is matched in `a`, both taken as ascending. Strictly ascending
+// lists are sets, compared run by run; other lists are walked index by index
+// so that lists built out of order get this exact walk's answer, which the
+// order of nested segments depends on. `work` counts the steps.
+bool includes(const SectionList& a, bool a_set, const SectionList& b, bool b_set,
+              uint64_t& work) {
+  if (a_set && b_set) {
+    const absl::Span<const SectionList::Run> ra = a.runs(), rb = b.runs();
+    work += ra.size() + rb.size();
+    size_t i = 0;
+    for (const SectionList::Run& run : rb) {
+      // Runs are maximal, so one run of `a` must hold the whole run.
+      while (i < ra.size() && ra[i].last() < run.first) ++i;
+      if (i == ra.size() || ra[i].first > run.first || ra[i].last() < run.last()) {
+        return false;
+      }
     }
+    return true;
   }
-  return j == b.size();
-}
-
-// What the containment tests need of one segment's list.
-struct ListShape {
-  size_t size = 0;
-  bool ascending = true;  // strictly, so the list is a set
-  bool interval = false;  // ascending and without gaps
-  uint16_t first = 0, last = 0;
-};
-
-ListShape shapeOf(const std::vector<uint16_t>& list) {
-  ListShape s;
-  s.size = list.size();
-  if (list.empty()) return s;
-  for (size_t i = 1; i < list.size(); ++i) {
-    if (list[i] <= list[i - 1]) s.ascending = false;
+  work += a.size() + b.size();
+  auto i = a.begin(), j = b.begin();
+  while (i != a.end() && j != b.end()) {
+    if (*j < *i) return false;
+    if (*i == *j) ++j;
+    ++i;
   }
-  s.first = list.front();
-  s.last = list.back();
-  s.interval = s.ascending && size_t{s.last} - s.first + 1 == s.size;
-  return s;
+  return j == b.end();
 }
 
 // Places one segment and the sections it lists that are not placed yet.
@@ -77,7 +69,7 @@ absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed
                            uint64_t& pos) {
   const FileHeader& h = image.header();
   Segment& g = image.segments()[index];
-  const std::vector<uint16_t>& list = g.sections;
+  const SectionList& list = g.sections;
   absl::Span<Section> sections = image.sections();
   uint64_t start = 0, filesz = 0, memsz = 0;
   if (g.header.type == kPtPhdr && list.empty()) {
@@ -86,7 +78,7 @@ absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed
   } else if (g.off_init && g.header.offset == 0) {
     start = 0;
     if (!list.empty()) filesz = memsz = pos;
-  } else if (!list.empty() && !placed[list[0]]) {
+  } else if (!list.empty() && !placed[list.front()]) {
     // Start at the first position congruent to the address modulo the
     // alignment, as loaders expect.
     const uint64_t a = g.header.align ? g.header.align : 1;
@@ -96,7 +88,7 @@ absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed
     }
     start = pos;
   } else if (!list.empty()) {
-    start = sections[list[0]].header.offset;
+    start = sections[list.front()].header.offset;
   } else {
     start = pos;
   }
@@ -168,10 +160,9 @@ absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed
 // the queue, a segment is placed in the first round in which every segment
 // containing it was placed before its turn: its level is
 //   max(1, max over containers t of level(t) + (t comes after it ? 1 : 0)),
-// and the order is by level, then by queue position. Containers are larger,
-// so levels follow from the largest lists down; candidates are only the
-// segments listing the rarest section of the list, and lists without gaps
-// compare in constant time. The work stays near the listings in number.
+// and the order is by level, then by queue position. Containers list more
+// sections, so levels follow from the longest lists down, each list
+// compared only with longer ones, run by run.
 absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image) {
   const absl::Span<const Segment> segments = image.segments();
   const size_t m = segments.size();
@@ -188,93 +179,48 @@ absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image) {
     }
   }
 
-  // Queue position -> list and shape; the sections listed, each with the
-  // positions listing it (once per list).
-  std::vector<ListShape> shape(m);
-  size_t section_count = image.sections().size();
-  for (size_t p = 0; p < m; ++p) {
-    shape[p] = shapeOf(segments[w[p]].sections);
-    for (uint16_t x : segments[w[p]].sections) {
-      section_count = std::max<size_t>(section_count, size_t{x} + 1);
-    }
-  }
-  std::vector<uint32_t> listed_by_start(section_count + 1, 0);
-  std::vector<int64_t> last_lister(section_count, -1);
-  for (size_t p = 0; p < m; ++p) {
-    for (uint16_t x : segments[w[p]].sections) {
-      if (last_lister[x] == static_cast<int64_t>(p)) continue;
-      last_lister[x] = static_cast<int64_t>(p);
-      ++listed_by_start[x + 1];
-    }
-  }
-  std::partial_sum(listed_by_start.begin(), listed_by_start.end(),
-                   listed_by_start.begin());
-  std::vector<uint32_t> listed_by(listed_by_start.back());
-  std::vector<uint32_t> fill(listed_by_start.begin(), listed_by_start.end() - 1);
-  std::fill(last_lister.begin(), last_lister.end(), -1);
-  for (size_t p = 0; p < m; ++p) {
-    for (uint16_t x : segments[w[p]].sections) {
-      if (last_lister[x] == static_cast<int64_t>(p)) continue;
-      last_lister[x] = static_cast<int64_t>(p);
-      listed_by[fill[x]++] = static_cast<uint32_t>(p);
-    }
-  }
-
-  // Whether the list at position t contains the one at position s.
-  uint64_t work = 0;
-  const auto contains = [&](size_t t, size_t s) {
-    const ListShape& a = shape[t];
-    const ListShape& b = shape[s];
-    const std::vector<uint16_t>& la = segments[w[t]].sections;
-    const std::vector<uint16_t>& lb = segments[w[s]].sections;
-    if (a.ascending && b.ascending && b.interval) {
-      if (a.interval) return a.first <= b.first && b.last <= a.last;
-      const auto lo = std::lower_bound(la.begin(), la.end(), b.first);
-      const auto hi = std::upper_bound(lo, la.end(), b.last);
-      return static_cast<size_t>(hi - lo) == b.size;
-    }
-    work += la.size() + lb.size();
-    return includes(la, lb);
-  };
-
+  // By queue position: the list and whether it is a set.
+  const auto list = [&](size_t p) -> const SectionList& { return segments[w[p]].sections; };
+  std::vector<bool> is_set(m);
+  for (size_t p = 0; p < m; ++p) is_set[p] = list(p).ascending();
   std::vector<size_t> by_size(m);
   std::iota(by_size.begin(), by_size.end(), 0);
   std::stable_sort(by_size.begin(), by_size.end(),
-                   [&](size_t a, size_t b) { return shape[a].size > shape[b].size; });
+                   [&](size_t a, size_t b) { return list(a).size() > list(b).size(); });
+
   std::vector<uint32_t> level(m, 1);
-  for (size_t s : by_size) {
-    const std::vector<uint16_t>& list = segments[w[s]].sections;
-    if (list.empty()) break;  // the empty lists come last; see below
-    uint16_t rarest = list[0];
-    for (uint16_t x : list) {
-      if (listed_by_start[x + 1] - listed_by_start[x] <
-          listed_by_start[rarest + 1] - listed_by_start[rarest]) {
-        rarest = x;
-      }
-    }
-    for (uint32_t i = listed_by_start[rarest]; i < listed_by_start[rarest + 1]; ++i) {
-      const size_t t = listed_by[i];
-      if (shape[t].size <= shape[s].size) continue;
+  uint64_t work = 0;
+  size_t longer = 0;  // by_size[0, longer) list more than the current one
+  for (size_t i = 0; i < m; ++i) {
+    const size_t s = by_size[i];
+    const SectionList& b = list(s);
+    if (b.empty()) break;  // the empty lists come last; see below
+    while (list(by_size[longer]).size() > b.size()) ++longer;
+    for (size_t j = 0; j < longer; ++j) {
+      const size_t t = by_size[j];
+      const SectionList& a = list(t);
       ++work;
-      if (contains(t, s)) {
+      // Sets whose bounds do not enclose cannot include.
+      if (is_set[t] && is_set[s] && (a.front() > b.front() || a.back() < b.back())) continue;
+      if (includes(a, is_set[t], b, is_set[s], work)) {
         level[s] = std::max<uint32_t>(level[s], level[t] + (t > s ? 1 : 0));
       }
     }
-    if (work > kMaxSegmentListings) {
+    if (work > kMaxSegmentWork) {
       return refuse(absl::StrCat("ordering the nested segments needs more than ",
-                                 kMaxSegmentListings, " comparisons"));
+                                 kMaxSegmentWork, " comparisons"));
     }
   }
   // An empty list is contained in every non-empty one.
   std::vector<uint32_t> before(m + 1, 0), after(m + 1, 0);
   for (size_t p = 0; p < m; ++p) {
-    before[p + 1] = std::max(before[p], shape[p].size ? level[p] : 0u);
+    before[p + 1] = std::max(before[p], list(p).empty() ? 0u : level[p]);
   }
   for (size_t p = m; p-- > 0;) {
-    after[p] = std::max(after[p + 1], shape[p].size ? level[p] : 0u);
+    after[p] = std::max(after[p + 1], list(p).empty() ? 0u : level[p]);
   }
   for (size_t p = 0; p < m; ++p) {
-    if (shape[p].size != 0) continue;
+    if (!list(p).empty()) continue;
     level[p] = std::max({1u, before[p], after[p + 1] ? after[p + 1] + 1 : 0u});
   }
 
@@ -286,7 +232,7 @@ absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image) {
   return order;
 }
 
-absl::Status layOut(Image& image) {
+absl::StatusOr<uint64_t> layOut(Image& image) {
   const FileHeader& ident = image.header();
   if (ident.ident[4] != kClass32 && ident.ident[4] != kClass64) {
     return refuse(absl::StrCat("unknown ELF class ", ident.ident[4]));
@@ -371,7 +317,14 @@ absl::Status layOut(Image& image) {
     return tooBig("the section header table");
   }
   h.shoff = pos;
-  return absl::OkStatus();
+  // The file ends with the last record written: the section header table,
+  // or without sections the program headers or the file header.
+  if (section_count != 0) return end;
+  if (segment_count != 0) {
+    return uint64_t{h.phoff} + uint64_t{h.phentsize} * (segment_count - 1) +
+           f.segment_header_size;
+  }
+  return uint64_t{f.file_header_size};
 }
 
 }  // namespace engine

@@ -12,10 +12,10 @@
 namespace zelk_elf {
 namespace engine {
 
-// Lays `image` out. Refuses a member that would go below its segment's start
-// or over what precedes it, and anything past kMaxImageSize; values
-// assigned before a refusal stay.
-absl::Status layOut(Image& image);
+// Lays `image` out and returns the size of the file it makes. Refuses a
+// member that would go below its segment's start or over what precedes it,
+// and anything past kMaxImageSize; values assigned before a refusal stay.
+absl::StatusOr<uint64_t> layOut(Image& image);
 
 // The order in which the layout places segments, as indexes: segments whose
 // offset is set and 0 first (they cover the headers), and every segment

@@ -126,7 +126,9 @@ absl::Status computeMembership(const std::vector<Section>& sections,
   std::sort(by_offset.begin(), by_offset.end(), by_start);
 
   uint64_t checks = 0;
+  std::vector<uint16_t> members;
   for (Segment& g : segments) {
+    members.clear();
     const SegmentHeader& ph = g.header;
     const bool tls_segment = ph.type == kPtTls;
     const auto collect = [&](const std::vector<uint32_t>& sorted, uint64_t lo,
@@ -139,19 +141,20 @@ absl::Status computeMembership(const std::vector<Section>& sections,
         const SectionHeader& sh = sections[*it].header;
         if (within(start_of(*it), sh.size, lo, hi) &&
             tls_segment == ((sh.flags & kShfTls) != 0)) {
-          g.sections.push_back(static_cast<uint16_t>(*it));
+          members.push_back(static_cast<uint16_t>(*it));
         }
       }
     };
     collect(by_addr, ph.vaddr, ph.vaddr + ph.memsz);
     collect(by_offset, ph.offset, ph.offset + ph.filesz);
-    if (checks > kMaxSegmentListings) {
-      return refuse(absl::StrCat("segments list more than ", kMaxSegmentListings,
-                                 " sections in all"));
+    if (checks > kMaxSegmentWork) {
+      return refuse(absl::StrCat("segment membership needs more than ", kMaxSegmentWork,
+                                 " comparisons"));
     }
-    if (!std::is_sorted(g.sections.begin(), g.sections.end())) {
-      std::sort(g.sections.begin(), g.sections.end());
+    if (!std::is_sorted(members.begin(), members.end())) {
+      std::sort(members.begin(), members.end());
     }
+    for (uint16_t x : members) g.sections.push_back(x);
   }
   return absl::OkStatus();
 }

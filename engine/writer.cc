@@ -44,8 +44,13 @@ std::vector<uint8_t> encodeTable(const Records& records, size_t entry_size,
 
 absl::Status Image::save(std::ostream& out) {
   if (!out.good()) return absl::FailedPreconditionError("the output stream has failed");
-  if (absl::Status s = layOut(*this); !s.ok()) return s;
+  if (absl::StatusOr<uint64_t> size = layOut(); !size.ok()) return size.status();
+  return write(out);
+}
 
+absl::StatusOr<uint64_t> Image::layOut() { return engine::layOut(*this); }
+
+absl::Status Image::write(std::ostream& out) const {
   const FileHeader& h = header_;
   const RecordFormat& f = format();
   std::array<uint8_t, 64> file_header{};
@@ -108,19 +113,7 @@ absl::StatusOr<uint64_t> Image::savedSize() const {
     scratch.sections_[i].addr_init = sections_[i].addr_init;
   }
   scratch.segments_ = segments_;
-  if (absl::Status s = layOut(scratch); !s.ok()) return s;
-  const FileHeader& h = scratch.header_;
-  const RecordFormat& f = format();
-  uint64_t end = f.file_header_size;
-  if (!segments_.empty()) {
-    end = std::max(end, h.phoff + uint64_t{h.phentsize} * (segments_.size() - 1) +
-                            f.segment_header_size);
-  }
-  if (!sections_.empty()) {
-    end = std::max(end, h.shoff + uint64_t{h.shentsize} * (sections_.size() - 1) +
-                            f.section_header_size);
-  }
-  return end;
+  return scratch.layOut();
 }
 
 }  // namespace engine

@@ -38,7 +38,7 @@ TEST(SetTextTest, NewImageGainsTextSectionAndLoadSegment) {
   EXPECT_EQ(segment.header.vaddr, 0u);
   EXPECT_EQ(segment.header.paddr, 0u);
   EXPECT_EQ(segment.header.align, 0x1000u);
-  EXPECT_THAT(segment.sections, ElementsAre(2));
+  EXPECT_THAT(segment.sections.toVector(), ElementsAre(2));
 
   ASSERT_TRUE(elf.text.has_value());
   EXPECT_EQ(bytesOf(*elf.text), code);

@@ -312,10 +312,10 @@ TEST(MembershipTest, AllocByAddressOthersByOffsetTlsApart) {
   };
   Image image;
   ASSERT_TRUE(image.load(b.build()).ok());
-  EXPECT_EQ(image.segments()[0].sections, (std::vector<uint16_t>{1, 2}));
-  EXPECT_EQ(image.segments()[1].sections, (std::vector<uint16_t>{3}));
+  EXPECT_EQ(image.segments()[0].sections.toVector(), (std::vector<uint16_t>{1, 2}));
+  EXPECT_EQ(image.segments()[1].sections.toVector(), (std::vector<uint16_t>{3}));
   // Section 0 (offset 0, size 0) sits in every non-TLS segment at offset 0.
-  EXPECT_EQ(image.segments()[2].sections, (std::vector<uint16_t>{0}));
+  EXPECT_EQ(image.segments()[2].sections.toVector(), (std::vector<uint16_t>{0}));
   EXPECT_TRUE(image.segments()[3].sections.empty());  // size 0
 }
 

@@ -202,7 +202,7 @@ TEST(SegmentTest, SectionListAndAlignment) {
   EXPECT_EQ(g.header.align, 0x1000u);
   g.addSectionIndex(5, 0x4000);  // duplicates are kept
   EXPECT_EQ(g.header.align, 0x4000u);
-  EXPECT_EQ(g.sections, (std::vector<uint16_t>{5, 5}));
+  EXPECT_EQ(g.sections.toVector(), (std::vector<uint16_t>{5, 5}));
   // Index 5 does not exist: save refuses instead of reading past the table.
   EXPECT_FALSE(saveBytes(image));
 }
