@@ -67,11 +67,15 @@ engine::Section& writeRawSection(ELF& elf, absl::string_view name,
                                  absl::Span<const uint8_t> data) {
   engine::Section* section = elf.impl->image.findSection(name);
   if (section == nullptr) section = &addSection(elf, name);
-  // Type first: SHT_NOBITS holds no data.
-  section->header.type = engine::kShtProgbits;
-  replaceData(elf, *section, data);
-  section->header.addralign = 1;
+  writeRawSection(elf, *section, data);
   return *section;
+}
+
+void writeRawSection(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data) {
+  // Type first: SHT_NOBITS holds no data.
+  section.header.type = engine::kShtProgbits;
+  replaceData(elf, section, data);
+  section.header.addralign = 1;
 }
 
 bool ELF::hasSection(const std::string& name) const {

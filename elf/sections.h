@@ -30,6 +30,8 @@ void replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> d
 // these bytes and alignment 1; nothing else about it changes.
 engine::Section& writeRawSection(ELF& elf, absl::string_view name,
                                  absl::Span<const uint8_t> data);
+// The same on a section already found.
+void writeRawSection(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data);
 
 }  // namespace zelk_elf
 

@@ -65,7 +65,7 @@ bool includes(const SectionList& a, bool a_set, const SectionList& b, bool b_set
 }
 
 // Places one segment and the sections it lists that are not placed yet.
-absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed,
+absl::Status layOutSegment(Image& image, size_t index, absl::InlinedVector<bool, 64>& placed,
                            uint64_t& pos) {
   const FileHeader& h = image.header();
   Segment& g = image.segments()[index];
@@ -163,11 +163,11 @@ absl::Status layOutSegment(Image& image, size_t index, std::vector<bool>& placed
 // and the order is by level, then by queue position. Containers list more
 // sections, so levels follow from the longest lists down, each list
 // compared only with longer ones, run by run.
-absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image) {
+absl::StatusOr<SegmentOrder> segmentOrder(const Image& image) {
   const absl::Span<const Segment> segments = image.segments();
   const size_t m = segments.size();
   // Initialized segments at offset 0 are pulled to the front.
-  std::vector<size_t> w(m);
+  absl::InlinedVector<size_t, 16> w(m);
   std::iota(w.begin(), w.end(), 0);
   size_t k = 0;
   for (size_t i = 0; i < m; ++i) {
@@ -179,55 +179,74 @@ absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image) {
     }
   }
 
-  // By queue position: the list and whether it is a set.
-  const auto list = [&](size_t p) -> const SectionList& { return segments[w[p]].sections; };
-  std::vector<bool> is_set(m);
-  for (size_t p = 0; p < m; ++p) is_set[p] = list(p).ascending();
-  std::vector<size_t> by_size(m);
+  // By queue position: what the containment tests need of each list.
+  struct Listed {
+    const SectionList* list;
+    size_t size;
+    uint32_t front, back;
+    bool set;     // strictly ascending
+    bool gapless; // a set without gaps: one run
+    uint32_t level;
+  };
+  absl::InlinedVector<Listed, 16> at(m);
+  for (size_t p = 0; p < m; ++p) {
+    const SectionList& list = segments[w[p]].sections;
+    const bool set = list.ascending();
+    at[p] = Listed{&list, list.size(), list.empty() ? 0u : list.front(),
+                   list.empty() ? 0u : list.back(), set, set && list.runs().size() == 1, 1};
+  }
+  absl::InlinedVector<size_t, 16> by_size(m);
   std::iota(by_size.begin(), by_size.end(), 0);
-  std::stable_sort(by_size.begin(), by_size.end(),
-                   [&](size_t a, size_t b) { return list(a).size() > list(b).size(); });
+  std::sort(by_size.begin(), by_size.end(), [&](size_t a, size_t b) {
+    return at[a].size != at[b].size ? at[a].size > at[b].size : a < b;
+  });
 
-  std::vector<uint32_t> level(m, 1);
   uint64_t work = 0;
   size_t longer = 0;  // by_size[0, longer) list more than the current one
   for (size_t i = 0; i < m; ++i) {
     const size_t s = by_size[i];
-    const SectionList& b = list(s);
-    if (b.empty()) break;  // the empty lists come last; see below
-    while (list(by_size[longer]).size() > b.size()) ++longer;
+    Listed& b = at[s];
+    if (b.size == 0) break;  // the empty lists come last; see below
+    while (at[by_size[longer]].size > b.size) ++longer;
     for (size_t j = 0; j < longer; ++j) {
       const size_t t = by_size[j];
-      const SectionList& a = list(t);
+      const Listed& a = at[t];
       ++work;
-      // Sets whose bounds do not enclose cannot include.
-      if (is_set[t] && is_set[s] && (a.front() > b.front() || a.back() < b.back())) continue;
-      if (includes(a, is_set[t], b, is_set[s], work)) {
-        level[s] = std::max<uint32_t>(level[s], level[t] + (t > s ? 1 : 0));
+      bool contained;
+      if (a.set && b.set) {
+        // Sets: bounds first; a gapless one holds whatever lies within them.
+        if (a.front > b.front || a.back < b.back) continue;
+        contained = a.gapless || includes(*a.list, true, *b.list, true, work);
+      } else {
+        contained = includes(*a.list, a.set, *b.list, b.set, work);
       }
+      if (contained) b.level = std::max<uint32_t>(b.level, a.level + (t > s ? 1 : 0));
     }
     if (work > kMaxSegmentWork) {
       return refuse(absl::StrCat("ordering the nested segments needs more than ",
                                  kMaxSegmentWork, " comparisons"));
     }
   }
-  // An empty list is contained in every non-empty one.
-  std::vector<uint32_t> before(m + 1, 0), after(m + 1, 0);
-  for (size_t p = 0; p < m; ++p) {
-    before[p + 1] = std::max(before[p], list(p).empty() ? 0u : level[p]);
-  }
+  // An empty list is contained in every non-empty one: it follows the
+  // highest level before it, and one past the highest after it.
+  absl::InlinedVector<uint32_t, 16> after(m + 1, 0);
   for (size_t p = m; p-- > 0;) {
-    after[p] = std::max(after[p + 1], list(p).empty() ? 0u : level[p]);
+    after[p] = std::max(after[p + 1], at[p].size ? at[p].level : 0u);
   }
+  uint32_t highest_before = 0;
   for (size_t p = 0; p < m; ++p) {
-    if (!list(p).empty()) continue;
-    level[p] = std::max({1u, before[p], after[p + 1] ? after[p + 1] + 1 : 0u});
+    if (at[p].size != 0) {
+      highest_before = std::max(highest_before, at[p].level);
+      continue;
+    }
+    at[p].level = std::max({1u, highest_before, after[p + 1] ? after[p + 1] + 1 : 0u});
   }
 
-  std::vector<size_t> order(m);
+  SegmentOrder order(m);
   std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(),
-                   [&](size_t a, size_t b) { return level[a] < level[b]; });
+  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    return at[a].level != at[b].level ? at[a].level < at[b].level : a < b;
+  });
   for (size_t& p : order) p = w[p];
   return order;
 }
@@ -255,7 +274,7 @@ absl::StatusOr<uint64_t> layOut(Image& image) {
       }
     }
   }
-  absl::StatusOr<std::vector<size_t>> order = segmentOrder(image);
+  absl::StatusOr<SegmentOrder> order = segmentOrder(image);
   if (!order.ok()) return order.status();
 
   FileHeader& h = image.header();
@@ -284,12 +303,12 @@ absl::StatusOr<uint64_t> layOut(Image& image) {
     }
   }
 
-  std::vector<bool> placed(section_count, false);
+  absl::InlinedVector<bool, 64> placed(section_count, false);
   for (size_t g : *order) {
     if (absl::Status s = layOutSegment(image, g, placed, pos); !s.ok()) return s;
   }
 
-  std::vector<bool> listed(section_count, false);
+  absl::InlinedVector<bool, 64> listed(section_count, false);
   for (const Segment& g : image.segments()) {
     for (uint16_t x : g.sections) listed[x] = true;
   }

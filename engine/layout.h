@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <vector>
 
+#include "absl/container/inlined_vector.h"
 #include "absl/status/status.h"
+#include "absl/status/statusor.h"
 #include "engine/image.h"
 
 namespace zelk_elf {
@@ -21,7 +23,8 @@ absl::StatusOr<uint64_t> layOut(Image& image);
 // offset is set and 0 first (they cover the headers), and every segment
 // only after each segment that contains it. A segment contains another when
 // it lists more sections, including all of the other's in list order.
-absl::StatusOr<std::vector<size_t>> segmentOrder(const Image& image);
+using SegmentOrder = absl::InlinedVector<size_t, 16>;
+absl::StatusOr<SegmentOrder> segmentOrder(const Image& image);
 
 }  // namespace engine
 }  // namespace zelk_elf

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "absl/container/inlined_vector.h"
 #include "absl/strings/str_cat.h"
 #include "engine/image.h"
 
@@ -45,29 +46,36 @@ size_t readSections(ByteView input, const FileHeader& h, const RecordFormat& f,
   const size_t record = f.section_header_size;
   // An entry size below the record size leaves the image without sections.
   if (h.shnum == 0 || h.shentsize < record) return 0;
-  out.resize(h.shnum);
-  for (Section& s : out) s.addr_init = true;
+  out.reserve(h.shnum);
+  // Every loaded section counts as having its address set.
+  const auto add = [&](ByteView entry, bool holds_data) {
+    Section& s = out.emplace_back();
+    s.addr_init = true;
+    f.decodeSectionHeader(entry, &s.header);
+    if (holds_data) ImageReader::view(s, heldBytes(s.header, input));
+  };
   if (auto table = input.table(h.shoff, h.shnum, h.shentsize, record)) {
-    for (size_t i = 0; i < table->size(); ++i) {
-      out[i].header = f.decodeSectionHeader((*table)[i]);
-      ImageReader::view(out[i], heldBytes(out[i].header, input));
-    }
+    for (size_t i = 0; i < table->size(); ++i) add((*table)[i], true);
     return h.shnum;
   }
+  size_t cut = h.shnum;
   for (size_t i = 0; i < h.shnum; ++i) {
-    const absl::optional<uint64_t> at = ByteView::entryOffset(h.shoff, i, h.shentsize);
-    const absl::optional<ByteView> entry = at ? input.slice(*at, record) : absl::nullopt;
-    if (!entry) {
-      uint8_t partial[64] = {};
-      const ByteView there = at ? input.from(*at) : ByteView();
-      if (!there.empty()) std::memcpy(partial, there.data(), std::min(there.size(), record));
-      out[i].header = f.decodeSectionHeader(ByteView(partial, record));
-      return i;
+    if (cut != h.shnum) {
+      out.emplace_back().addr_init = true;
+      continue;
     }
-    out[i].header = f.decodeSectionHeader(*entry);
-    ImageReader::view(out[i], heldBytes(out[i].header, input));
+    const absl::optional<uint64_t> at = ByteView::entryOffset(h.shoff, i, h.shentsize);
+    if (const absl::optional<ByteView> entry = at ? input.slice(*at, record) : absl::nullopt) {
+      add(*entry, true);
+      continue;
+    }
+    uint8_t partial[64] = {};
+    const ByteView there = at ? input.from(*at) : ByteView();
+    if (!there.empty()) std::memcpy(partial, there.data(), std::min(there.size(), record));
+    add(ByteView(partial, record), false);
+    cut = i;
   }
-  return h.shnum;  // not reached: the whole-table check failed
+  return cut;
 }
 
 // Resolves names once, through the table e_shstrndx names: a name is the
@@ -78,7 +86,7 @@ void readNames(const FileHeader& h, std::vector<Section>& sections) {
   if (h.shstrndx == 0 || h.shstrndx >= sections.size()) return;
   const absl::Span<const uint8_t> table = sections[h.shstrndx].bytes();
   if (table.empty()) return;
-  std::vector<uint32_t> order(sections.size());
+  absl::InlinedVector<uint32_t, 64> order(sections.size());
   for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<uint32_t>(i);
   std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
     return sections[a].header.name < sections[b].header.name;
@@ -111,7 +119,7 @@ bool within(uint64_t b, uint64_t n, uint64_t lo, uint64_t hi) {
 // its range; members come out in index order.
 absl::Status computeMembership(const std::vector<Section>& sections,
                                std::vector<Segment>& segments) {
-  std::vector<uint32_t> by_addr, by_offset;
+  absl::InlinedVector<uint32_t, 64> by_addr, by_offset;
   for (uint32_t i = 0; i < sections.size(); ++i) {
     ((sections[i].header.flags & kShfAlloc) ? by_addr : by_offset).push_back(i);
   }
@@ -126,12 +134,12 @@ absl::Status computeMembership(const std::vector<Section>& sections,
   std::sort(by_offset.begin(), by_offset.end(), by_start);
 
   uint64_t checks = 0;
-  std::vector<uint16_t> members;
+  absl::InlinedVector<uint16_t, 64> members;
   for (Segment& g : segments) {
     members.clear();
     const SegmentHeader& ph = g.header;
     const bool tls_segment = ph.type == kPtTls;
-    const auto collect = [&](const std::vector<uint32_t>& sorted, uint64_t lo,
+    const auto collect = [&](const absl::InlinedVector<uint32_t, 64>& sorted, uint64_t lo,
                              uint64_t hi) {
       if (hi <= lo) return;  // empty, or the end wraps: nothing is inside
       auto it = std::lower_bound(sorted.begin(), sorted.end(), lo,
@@ -180,7 +188,7 @@ absl::Status readSegments(ByteView input, const FileHeader& h, const RecordForma
   out.resize(h.phnum);
   for (size_t i = 0; i < out.size(); ++i) {
     Segment& g = out[i];
-    g.header = f.decodeSegmentHeader((*table)[i]);
+    f.decodeSegmentHeader((*table)[i], &g.header);
     g.off_init = true;
     const SegmentHeader& ph = g.header;
     if (ph.type != kPtNull && ph.filesz != 0 && !input.contains(ph.offset, ph.filesz)) {
@@ -220,7 +228,8 @@ absl::Status Image::load(absl::Span<const uint8_t> bytes) {
   // One copy of the input; sections and names view it until changed.
   std::vector<uint8_t> input(bytes.begin(), bytes.end());
   const ByteView view(input.data(), input.size());
-  const FileHeader h = f.decodeFileHeader(view.slice(0, f.file_header_size).value());
+  FileHeader h;
+  f.decodeFileHeader(view.slice(0, f.file_header_size).value(), &h);
   std::vector<Section> sections;
   const size_t whole = readSections(view, h, f, sections);
   readNames(h, sections);

@@ -112,33 +112,27 @@ void visitSegmentHeader(H& h, V& v) {
 
 template <bool kWide, bool kMsb>
 struct Format {
-  static FileHeader decodeFile(ByteView bytes) {
-    FileHeader h;
-    std::copy(bytes.data(), bytes.data() + 16, h.ident.begin());
+  static void decodeFile(ByteView bytes, FileHeader* h) {
+    std::copy(bytes.data(), bytes.data() + 16, h->ident.begin());
     FieldReader<kWide, kMsb> r{bytes.data() + 16};
-    visitFileHeader(h, r);
-    return h;
+    visitFileHeader(*h, r);
   }
   static void encodeFile(const FileHeader& h, uint8_t* out) {
     std::copy(h.ident.begin(), h.ident.end(), out);
     FieldWriter<kWide, kMsb> w{out + 16};
     visitFileHeader(h, w);
   }
-  static SectionHeader decodeSection(ByteView bytes) {
-    SectionHeader h;
+  static void decodeSection(ByteView bytes, SectionHeader* h) {
     FieldReader<kWide, kMsb> r{bytes.data()};
-    visitSectionHeader(h, r);
-    return h;
+    visitSectionHeader(*h, r);
   }
   static void encodeSection(const SectionHeader& h, uint8_t* out) {
     FieldWriter<kWide, kMsb> w{out};
     visitSectionHeader(h, w);
   }
-  static SegmentHeader decodeSegment(ByteView bytes) {
-    SegmentHeader h;
+  static void decodeSegment(ByteView bytes, SegmentHeader* h) {
     FieldReader<kWide, kMsb> r{bytes.data()};
-    visitSegmentHeader<kWide>(h, r);
-    return h;
+    visitSegmentHeader<kWide>(*h, r);
   }
   static void encodeSegment(const SegmentHeader& h, uint8_t* out) {
     FieldWriter<kWide, kMsb> w{out};

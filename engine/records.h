@@ -92,11 +92,11 @@ struct RecordFormat {
   size_t file_header_size;
   size_t section_header_size;
   size_t segment_header_size;
-  FileHeader (*decodeFileHeader)(ByteView bytes);
+  void (*decodeFileHeader)(ByteView bytes, FileHeader* h);
   void (*encodeFileHeader)(const FileHeader& h, uint8_t* out);
-  SectionHeader (*decodeSectionHeader)(ByteView bytes);
+  void (*decodeSectionHeader)(ByteView bytes, SectionHeader* h);
   void (*encodeSectionHeader)(const SectionHeader& h, uint8_t* out);
-  SegmentHeader (*decodeSegmentHeader)(ByteView bytes);
+  void (*decodeSegmentHeader)(ByteView bytes, SegmentHeader* h);
   void (*encodeSegmentHeader)(const SegmentHeader& h, uint8_t* out);
 };
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <vector>
 
+#include "absl/container/inlined_vector.h"
 #include "absl/strings/str_cat.h"
 #include "engine/image.h"
 #include "engine/layout.h"
@@ -18,24 +19,40 @@ struct Run {
   uint64_t offset;
   const uint8_t* bytes;
   size_t size;
+  size_t sequence;  // keeps equal offsets in the order they were added
 };
 
-bool writeZeros(std::ostream& out, uint64_t count) {
+// Small images keep their header tables and runs on the stack.
+using Scratch = absl::InlinedVector<uint8_t, 2048>;
+
+// Writes straight into the stream's buffer: the runs are few and large, and
+// the stream's formatting layer adds nothing to them.
+bool put(std::streambuf& out, const void* bytes, size_t size) {
+  return out.sputn(static_cast<const char*>(bytes), static_cast<std::streamsize>(size)) ==
+         static_cast<std::streamsize>(size);
+}
+
+bool putZeros(std::streambuf& out, uint64_t count) {
   static const std::array<char, 4096> kZeros{};
   while (count != 0) {
     const size_t chunk = static_cast<size_t>(std::min<uint64_t>(count, kZeros.size()));
-    if (!out.write(kZeros.data(), static_cast<std::streamsize>(chunk))) return false;
+    if (!put(out, kZeros.data(), chunk)) return false;
     count -= chunk;
   }
   return true;
 }
 
+bool seek(std::streambuf& out, uint64_t offset) {
+  const auto target = std::streampos(static_cast<std::streamoff>(offset));
+  return out.pubseekpos(target, std::ios_base::out) == target;
+}
+
 // Records `count` entries `entry_size` apart, the last one ending the run.
 template <typename Records, typename Encode>
-std::vector<uint8_t> encodeTable(const Records& records, size_t entry_size,
-                                 size_t record_size, Encode encode) {
+Scratch encodeTable(const Records& records, size_t entry_size, size_t record_size,
+                    Encode encode) {
   if (records.empty()) return {};
-  std::vector<uint8_t> run(entry_size * (records.size() - 1) + record_size);
+  Scratch run(entry_size * (records.size() - 1) + record_size);
   for (size_t i = 0; i < records.size(); ++i) encode(records[i], run.data() + i * entry_size);
   return run;
 }
@@ -55,18 +72,18 @@ absl::Status Image::write(std::ostream& out) const {
   const RecordFormat& f = format();
   std::array<uint8_t, 64> file_header{};
   f.encodeFileHeader(h, file_header.data());
-  const std::vector<uint8_t> program_headers = encodeTable(
+  const Scratch program_headers = encodeTable(
       segments_, h.phentsize, f.segment_header_size,
       [&f](const Segment& g, uint8_t* at) { f.encodeSegmentHeader(g.header, at); });
-  const std::vector<uint8_t> section_headers = encodeTable(
+  const Scratch section_headers = encodeTable(
       sections_, h.shentsize, f.section_header_size,
       [&f](const Section& s, uint8_t* at) { f.encodeSectionHeader(s.header, at); });
 
-  std::vector<Run> runs;
+  absl::InlinedVector<Run, 64> runs;
   runs.reserve(sections_.size() + 3);
-  runs.push_back({0, file_header.data(), f.file_header_size});
+  runs.push_back({0, file_header.data(), f.file_header_size, 0});
   if (!program_headers.empty()) {
-    runs.push_back({h.phoff, program_headers.data(), program_headers.size()});
+    runs.push_back({h.phoff, program_headers.data(), program_headers.size(), 1});
   }
   // Index 0 is the null entry whatever it claims; a section holding fewer
   // bytes than it records leaves the rest of its space zero.
@@ -74,32 +91,35 @@ absl::Status Image::write(std::ostream& out) const {
     const Section& s = sections_[i];
     const size_t held = static_cast<size_t>(std::min<uint64_t>(s.bytes().size(), s.header.size));
     if (s.header.type == kShtNull || s.header.type == kShtNobits || held == 0) continue;
-    runs.push_back({s.header.offset, s.bytes().data(), held});
+    runs.push_back({s.header.offset, s.bytes().data(), held, runs.size()});
   }
   if (!section_headers.empty()) {
-    runs.push_back({h.shoff, section_headers.data(), section_headers.size()});
+    runs.push_back({h.shoff, section_headers.data(), section_headers.size(), runs.size()});
   }
   // The layout never overlaps two runs; sorting keeps equal offsets in the
   // order above, and a run behind the end (never expected) is still placed.
-  std::stable_sort(runs.begin(), runs.end(),
-                   [](const Run& a, const Run& b) { return a.offset < b.offset; });
+  std::sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) {
+    return a.offset != b.offset ? a.offset < b.offset : a.sequence < b.sequence;
+  });
 
-  out.seekp(0);
+  std::streambuf* buffer = out.rdbuf();
+  bool ok = buffer != nullptr && seek(*buffer, 0);
   uint64_t at = 0, end = 0;  // the put position and the end written
   for (const Run& run : runs) {
+    if (!ok) break;
     if (run.offset >= end) {
-      if (at != end) out.seekp(static_cast<std::streamoff>(end));
-      if (!writeZeros(out, run.offset - end)) break;
+      ok = (at == end || seek(*buffer, end)) && putZeros(*buffer, run.offset - end);
     } else {
-      out.seekp(static_cast<std::streamoff>(run.offset));
+      ok = seek(*buffer, run.offset);
     }
-    out.write(reinterpret_cast<const char*>(run.bytes),
-              static_cast<std::streamsize>(run.size));
+    ok = ok && put(*buffer, run.bytes, run.size);
     at = run.offset + run.size;
     end = std::max(end, at);
-    if (!out) break;
   }
-  if (!out.good()) return absl::DataLossError("the output stream failed while writing");
+  if (!ok) {
+    out.setstate(std::ios_base::badbit);
+    return absl::DataLossError("the output stream failed while writing");
+  }
   return absl::OkStatus();
 }
 
