@@ -1,5 +1,7 @@
 #include "elf/comment.h"
 
+#include <algorithm>
+
 #include "absl/strings/str_split.h"
 #include "elf/sections.h"
 
@@ -10,7 +12,11 @@ std::vector<absl::string_view> loadCommentSection(const engine::Image& image) {
   if (section == nullptr || section->bytes().data() == nullptr) return {};
   const absl::string_view data(reinterpret_cast<const char*>(section->bytes().data()),
                                section->bytes().size());
-  return absl::StrSplit(data, '\0');
+  // One view per line and no more: a section of NULs is all lines.
+  std::vector<absl::string_view> lines;
+  lines.reserve(static_cast<size_t>(std::count(data.begin(), data.end(), '\0')) + 1);
+  for (absl::string_view line : absl::StrSplit(data, '\0')) lines.push_back(line);
+  return lines;
 }
 
 std::vector<uint8_t> encodeCommentLines(

@@ -134,7 +134,7 @@ absl::Status computeMembership(const std::vector<Section>& sections,
   std::sort(by_offset.begin(), by_offset.end(), by_start);
 
   uint64_t checks = 0;
-  absl::InlinedVector<uint16_t, 64> members;
+  std::vector<uint16_t> members;  // clear() keeps its capacity across segments
   for (Segment& g : segments) {
     members.clear();
     const SegmentHeader& ph = g.header;

@@ -114,7 +114,7 @@ bool namesStable(const ELF& elf, const std::vector<std::string>& edited) {
 // Whether a segment of the laid-out image claims bytes past the end of the
 // saved file: a PT_PHDR segment covers whole program header entries, while
 // the file ends with the last record when the entries are wider. Such an
-// image does not load again, as with the reference writer.
+// image does not load again: the layout rules make it so.
 bool segmentPastEnd(const ELF& elf, uint64_t file_size) {
   const zelk_elf::engine::Image& image = zelk_elf::imageOf(elf);
   for (size_t i = 0; i < image.segments().size(); ++i) {

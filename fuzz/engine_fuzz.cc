@@ -45,7 +45,7 @@ bool overlapsHeaders(const Image& image, uint64_t off, uint64_t size) {
 // Whether a segment of the laid-out image claims bytes past the end of the
 // saved file: a PT_PHDR segment covers whole program header entries, while
 // the file ends with the last record when the entries are wider. Such an
-// image does not load again, as with the reference writer.
+// image does not load again: the layout rules make it so.
 bool segmentPastEnd(const Image& image, uint64_t file_size) {
   for (size_t i = 0; i < image.segments().size(); ++i) {
     const auto& g = image.segments()[i];

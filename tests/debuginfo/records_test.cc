@@ -1,10 +1,12 @@
 // Payload layouts of the debug records, in exact bytes, both directions.
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "debuginfo/codecs.h"
+#include "debuginfo/payload.h"
 #include "gtest/gtest.h"
 #include "serialize/codec_test_util.h"
 #include "zelk_elf/elf.h"
@@ -180,6 +182,45 @@ TEST(PmSizeAndVerifyInfoCodecTest, ScalarAndStringPayloads) {
   EXPECT_EQ(Decode<std::string>(Bytes(8, 0)), std::string());
   EXPECT_EQ(Decode<std::string>(Cat({Str("ok"), B({1, 2})})), std::string("ok"));
   EXPECT_FALSE(Decode<std::string>(Cat({U64(3), B({'o', 'k'})})));
+}
+
+// A refused payload says where decoding stopped: the element of a list that
+// runs to the end, the map entry, the count the rest cannot hold, or the
+// value it could not read.
+TEST(PayloadRefusalTest, SaysWhereDecodingStopped) {
+  struct Row {
+    const char* payload;
+    std::function<absl::Status(const Bytes&)> decode;
+    Bytes bytes;
+    std::string reason;
+  };
+  const auto as = [](auto value) {
+    using T = decltype(value);
+    return [](const Bytes& b) { return debuginfo::decodePayload<T>(absl::MakeConstSpan(b)).status(); };
+  };
+  const Row rows[] = {
+      {"id", as(DebugInfoID()), Bytes(), "payload is empty"},
+      {"id", as(DebugInfoID()), B({1, 2, 0, 3}), "payload of 4 bytes ends inside a value at offset 3"},
+      {"swp", as(SWPInfo()), Bytes(6, 0), "payload of 6 bytes ends inside an element at offset 4"},
+      {"cfg", as(ControlFlowGraph()), Bytes(17, 0),
+       "payload of 17 bytes ends inside an element at offset 16"},
+      {"latency", as(LatencyInfo()), Bytes(10, 0),
+       "payload of 10 bytes ends inside an element at offset 9"},
+      {"spill", as(SpillInfo()), Cat({Bytes(14, 0), U32(1), B({0, 0}), U64(9), B({'x'})}),
+       "payload of 29 bytes ends inside an element at offset 14"},
+      {"src", as(SourceMap()), Bytes(7, 0), "payload of 7 bytes ends inside a value at offset 0"},
+      {"src", as(SourceMap()), U64(2), "payload of 8 bytes cannot hold what the count claims at offset 0"},
+      {"src", as(SourceMap()), Cat({U64(1), Str("a"), U64(3), Str("x")}),
+       "payload of 34 bytes cannot hold what the count claims at offset 17"},
+      {"sym", as(SymbolMap()), Cat({U64(2), Str("main"), B({2, 0, 1, 0, 0}), Str("x"), B({1})}),
+       "payload of 35 bytes ends inside an entry at offset 25"},
+      {"pmsize", as(uint32_t()), B({0, 0x10, 0}), "payload of 3 bytes ends inside a value at offset 0"},
+      {"verifyinfo", as(std::string()), Cat({U64(3), B({'o', 'k'})}),
+       "payload of 10 bytes ends inside a value at offset 0"},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(std::string(row.decode(row.bytes).message()), row.reason) << row.payload;
+  }
 }
 
 }  // namespace

@@ -266,32 +266,33 @@ TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
     const char* edit;
     std::function<void(Image&)> apply;
     uint64_t shoff;
+    std::string reason;  // of a refused layout
   };
   const Row rows[] = {
       {"text aligned at 128 MiB",
-       [](Image& i) { setText(i, Bytes(8, 1), 0x8000000); }, 0x8000020},
+       [](Image& i) { setText(i, Bytes(8, 1), 0x8000000); }, 0x8000020, ""},
       {"a section recording 100 MiB more than it holds",
        [](Image& i) {
          const size_t big = setSection(i, ".big", {1});
          i.sections()[big].header.size = 100 << 20;
        },
-       52 + 16 + (100 << 20) + 12},
+       52 + 16 + (100 << 20) + 12, ""},
       {"an alignment of almost 4 GiB",
-       [](Image& i) { i.sections()[0].header.addralign = 0xFF000000u; }, 0xFF000010},
+       [](Image& i) { i.sections()[0].header.addralign = 0xFF000000u; }, 0xFF000010, ""},
       {"a member addressed below its segment",
        [](Image& i) {
          const size_t t = setText(i, {1, 2, 3, 4}, 4);
          i.segments()[0].header.vaddr = 0x8000;
          setAddress(i.sections()[t], 0x10);
        },
-       0},
+       0, "section 2 (\".text\") lies at address 0x10, below segment 0 at 0x8000"},
       {"a member addressed inside its segment",
        [](Image& i) {
          const size_t t = setText(i, {1, 2, 3, 4}, 4);
          i.segments()[0].header.vaddr = 0x8000;
          setAddress(i.sections()[t], 0x8040);
        },
-       0x1060},
+       0x1060, ""},
       {"members with overlapping addresses",
        [](Image& i) {
          const size_t t = setText(i, Bytes(16, 1), 4);
@@ -300,7 +301,7 @@ TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
          setAddress(i.sections()[t], 0);
          setAddress(i.sections()[u], 8);
        },
-       0},
+       0, "section 3 (\".u\") at address 0x8 overlaps what segment 0 places before it"},
       {"a member placed before its segment's start",
        [](Image& i) {
          const auto a = static_cast<uint16_t>(setSection(i, ".a", Bytes(16, 1)));
@@ -310,20 +311,20 @@ TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
          second.addSectionIndex(b, 1);
          second.addSectionIndex(a, 1);
        },
-       0},
+       0, "section 2 (\".a\") lies before the start of segment 1"},
       {"an offset past 4 GiB in a 32-bit image",
        [](Image& i) {
          const size_t t = setText(i, {1, 2, 3, 4}, 4);
          setAddress(i.sections()[t], 0xFFFFFF00);
        },
-       0},
+       0, "the image would pass 4294967295 bytes, the largest it can be (placing section 2 (\".text\"))"},
       {"a 64-bit section recording 1 TiB",
        [](Image& i) {
          i = Image(kClass64, kDataLsb);
          const size_t big = setSection(i, ".big", {1});
          i.sections()[big].header.size = uint64_t{1} << 40;
        },
-       0},
+       0, "the image would pass 4294967295 bytes, the largest it can be (placing section 2 (\".big\"))"},
   };
   constexpr uint64_t kSink = 256 << 20;
   for (const Row& row : rows) {
@@ -332,7 +333,11 @@ TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
     row.apply(image);
     LimitedBuf sink(kSink);
     std::ostream out(&sink);
-    const bool saved = image.save(out).ok();
+    const absl::Status status = image.save(out);
+    const bool saved = status.ok();
+    if (row.shoff == 0) {
+      EXPECT_EQ(std::string(status.message()), row.reason);
+    }
     EXPECT_EQ(image.header().shoff, row.shoff);
     const FileHeader& h = image.header();
     const uint64_t end = h.shoff + uint64_t{h.shentsize} * (h.shnum - 1) + 40;

@@ -1,5 +1,5 @@
 // Load, save and load again keeps what an image is made of, for the
-// reference corpus and a sample of the machine's own ELF files; the saved
+// shared corpus and a sample of the machine's own ELF files; the saved
 // images are also checked with readelf.
 #include <dirent.h>
 #include <sys/stat.h>

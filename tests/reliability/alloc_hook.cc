@@ -19,6 +19,7 @@ namespace {
 // and locking.
 int64_t g_live = 0;
 uint64_t g_attempts = 0;
+uint64_t g_bytes = 0;
 uint64_t g_fail_at = 0;  // 0: not armed
 FailMode g_mode = FailMode::kOnce;
 bool g_fired = false;
@@ -36,7 +37,10 @@ bool shouldFail() {
 void* countedMalloc(size_t size) {
   if (shouldFail()) return nullptr;
   void* p = __real_malloc(size == 0 ? 1 : size);
-  if (p != nullptr) ++g_live;
+  if (p != nullptr) {
+    ++g_live;
+    g_bytes += size;
+  }
   return p;
 }
 
@@ -46,6 +50,7 @@ void* countedAligned(size_t size, size_t align) {
   if (align < sizeof(void*)) align = sizeof(void*);
   if (posix_memalign(&p, align, size == 0 ? 1 : size) != 0) return nullptr;
   ++g_live;
+  g_bytes += size;
   return p;
 }
 
@@ -72,6 +77,8 @@ void* alignedNewOrThrow(size_t size, std::align_val_t align) {
 int64_t liveBlocks() { return g_live; }
 
 uint64_t attempts() { return g_attempts; }
+
+uint64_t bytesAllocated() { return g_bytes; }
 
 void arm(uint64_t n, FailMode mode) {
   g_attempts = 0;
@@ -130,6 +137,7 @@ void* __wrap_realloc(void* p, size_t size) {
   if (p == nullptr) return countedMalloc(size);
   if (zelk_elf::testing::shouldFail()) return nullptr;
   // Growing or shrinking keeps one live block.
+  zelk_elf::testing::g_bytes += size;
   return __real_realloc(p, size == 0 ? 1 : size);
 }
 

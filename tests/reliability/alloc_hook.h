@@ -27,6 +27,10 @@ int64_t liveBlocks();
 // Allocation attempts since the last arm() or reset of the counters.
 uint64_t attempts();
 
+// Bytes handed out by every allocation so far (a running total: callers
+// take differences around an operation).
+uint64_t bytesAllocated();
+
 // From now on, allocation attempt number `n` (1-based) fails as `mode` says.
 void arm(uint64_t n, FailMode mode);
 
