@@ -1,4 +1,4 @@
-// Reading the reference corpus and writing bytes in tests.
+// Reading the shared corpus and writing bytes in tests.
 #ifndef ZELK_ELF_TESTS_ELF_TEST_FILES_H_
 #define ZELK_ELF_TESTS_ELF_TEST_FILES_H_
 

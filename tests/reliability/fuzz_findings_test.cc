@@ -172,8 +172,7 @@ TEST(FuzzFindingsTest, HugeCommentClaimLoadsWhatIsHeld) {
 // engine_fuzz: 5908 bytes with 32 program headers 52 bytes apart and an
 // entry size too small for section records, so no sections. Saved, the file
 // ends with the last program header record, while its PT_PHDR segment claims
-// all 32 entries of 52 bytes: the reload is refused, as it is for the
-// reference writer's output of the same image.
+// all 32 entries of 52 bytes: the layout rules make the reload refuse it.
 TEST(FuzzFindingsTest, WideProgramHeadersEndTheSavedFile) {
   std::ifstream in(std::string(ZELK_ELF_SOURCE_DIR) +
                        "/tests/reliability/findings/saved-image-refused.elf",

@@ -39,7 +39,7 @@ std::vector<uint8_t> readBytes(const std::string& path);
 bool fileExists(const std::string& path);
 void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
 
-// Folder of the reference corpus and conformance cases.
+// Folder of the shared corpus and conformance cases.
 std::string sharedDir();
 
 }  // namespace zelk_elf_test
