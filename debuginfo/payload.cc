@@ -46,6 +46,7 @@ absl::StatusOr<T> decodePayload(tolva_lib::io::ByteView payload) {
 template <typename T>
 std::vector<uint8_t> encodePayload(const T& value) {
   std::vector<uint8_t> payload;
+  payload.reserve(64);  // small payloads grow no further
   tolva_lib::io::MemWriter writer(payload);
   tolva_lib::serialize::binary::Encoder<tolva_lib::io::MemWriter> encoder(writer);
   tolva_lib::serialize::put(value, encoder);

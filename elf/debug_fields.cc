@@ -70,7 +70,7 @@ absl::Status readDebugFields(ELF& elf) {
   const auto found = findDebugSections(image);
   return forEachField([&](const auto& field) -> absl::Status {
     using T = typename std::remove_reference_t<decltype(elf.*field.member)>::value_type;
-    const char* name = kDebugSectionNames[field.index];
+    const absl::string_view name = kDebugSectionNames[field.index];
     if (!found[field.index]) return absl::OkStatus();
     const engine::Section& section = image.sections()[*found[field.index]];
     absl::StatusOr<T> value = debuginfo::decodePayload<T>(section.bytes());
@@ -94,7 +94,7 @@ absl::Status writeDebugFields(ELF& elf) {
     const auto& value = elf.*field.member;
     if (!value) return absl::OkStatus();
     const std::vector<uint8_t> payload = debuginfo::encodePayload(*value);
-    const char* name = kDebugSectionNames[field.index];
+    const absl::string_view name = kDebugSectionNames[field.index];
     engine::Section& section = found[field.index] ? image.sections()[*found[field.index]]
                                                   : addSection(elf, name);
     writeRawSection(elf, section, payload);

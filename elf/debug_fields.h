@@ -4,12 +4,13 @@
 #define ZELK_ELF_ELF_DEBUG_FIELDS_H_
 
 #include "absl/status/status.h"
+#include "absl/strings/string_view.h"
 #include "zelk_elf/elf.h"
 
 namespace zelk_elf {
 
 // Section names, in the order loading and saving process them.
-inline constexpr const char* kDebugSectionNames[9] = {
+inline constexpr absl::string_view kDebugSectionNames[9] = {
     ".zelk.dbg.id",     ".zelk.dbg.spill",      ".zelk.dbg.swp",
     ".zelk.dbg.cfg",    ".zelk.dbg.src",        ".zelk.dbg.sym",
     ".zelk.dbg.pmsize", ".zelk.dbg.verifyinfo", ".zelk.dbg.latency"};

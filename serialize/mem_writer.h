@@ -17,10 +17,8 @@ class MemWriter {
   explicit MemWriter(std::vector<uint8_t>& out) : out_(&out) {}
 
   void write(const void* src, size_t n) {
-    if (n == 0) return;
-    const size_t old = out_->size();
-    out_->resize(old + n);
-    std::memcpy(out_->data() + old, src, n);
+    const uint8_t* p = static_cast<const uint8_t*>(src);
+    out_->insert(out_->end(), p, p + n);
   }
 
  private:

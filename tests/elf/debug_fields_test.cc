@@ -251,7 +251,7 @@ TEST(WriteDebugSectionsTest, NewImageGainsNineSectionsInOrder) {
 
 TEST(WriteDebugSectionsTest, ExistingSectionsAreRewrittenInPlace) {
   engine::Image image;
-  for (int i = 8; i >= 0; --i) AddSection(image, kDebugSectionNames[i], B({0xAA}));
+  for (int i = 8; i >= 0; --i) AddSection(image, std::string(kDebugSectionNames[i]), B({0xAA}));
   AddSection(image, ".text", B({1}));
   ELF elf = AllNineFields();
   ASSERT_TRUE(Write(elf, image));
