@@ -5,7 +5,8 @@
 set -euo pipefail
 
 native=(build-essential cmake pkg-config g++-12 g++-multilib
-        libabsl-dev libgtest-dev libgmock-dev googletest libbenchmark-dev
+        libabsl-dev nlohmann-json3-dev libcli11-dev
+        libgtest-dev libgmock-dev googletest libbenchmark-dev
         clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils)
 i386=(libabsl-dev:i386 libgtest-dev:i386 libgmock-dev:i386)
 
