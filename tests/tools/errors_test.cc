@@ -98,6 +98,7 @@ TEST_F(ErrorTest, Usage) {
        2,
        "cfg: The following argument was not expected: --json (see "
        "'zelk-elf cfg --help')"},
+      {{"diff", "$S"}, 2, "diff: B is required (see 'zelk-elf diff --help')"},
       {{"sample"}, 2, "sample: -o is required (see 'zelk-elf sample --help')"},
       {{"sample", "-o"},
        2,
@@ -177,6 +178,9 @@ TEST_F(ErrorTest, UnreadableInputsAndUnwritableOutputs) {
       {{"edit", "--new", "-o", "$O", "--set-text", "@$M"},
        1,
        "edit: cannot open '$M': No such file or directory"},
+      {{"diff", "$S", "$M"},
+       1,
+       "diff: cannot open '$M': No such file or directory"},
       // An endless input ends at the limit.
       {{"check", "/dev/zero"},
        1,
@@ -226,6 +230,7 @@ TEST_F(ErrorTest, BadImages) {
       expectFailure({{command, path}, 1, std::string(command) + ": " + reason});
     }
     expectFailure({{"edit", path, "-o", "$O"}, 1, "edit: " + reason});
+    expectFailure({{"diff", "$S", path}, 1, "diff: " + reason});
   }
 }
 

@@ -22,16 +22,17 @@ std::shared_ptr<const FileArgs> declareFileArgs(CLI::App& app,
 
 namespace {
 
-const Command* const kCommands[] = {&kInfoCommand, &kDebugCommand,
-                                    &kCfgCommand,  &kCheckCommand,
-                                    &kEditCommand, &kSampleCommand};
+const Command* const kCommands[] = {
+    &kInfoCommand, &kDebugCommand, &kCfgCommand,   &kCheckCommand,
+    &kDiffCommand, &kEditCommand,  &kSampleCommand};
 
 std::string generalHelp() {
   std::string text =
       "usage: zelk-elf COMMAND [arguments]\n"
       "\n"
-      "Inspects and edits ELF images of the zelk processor, including the\n"
-      "compiler's debug information in the .zelk.dbg. sections.\n"
+      "Inspects, compares and edits ELF images of the zelk processor,\n"
+      "including the compiler's debug information in the .zelk.dbg.\n"
+      "sections.\n"
       "\n"
       "Commands:\n";
   for (const Command* command : kCommands) {
@@ -42,7 +43,7 @@ std::string generalHelp() {
                   "\n"
                   "Run 'zelk-elf COMMAND --help' for the arguments of one.\n"
                   "Exit codes: 0 success, 1 bad or unreadable image (or a\n"
-                  "failed write), 2 bad usage.\n");
+                  "failed write, or images that differ), 2 bad usage.\n");
   return text;
 }
 

@@ -52,7 +52,7 @@ struct Command {
   std::function<int()> (*declare)(CLI::App& app);
 };
 extern const Command kInfoCommand, kDebugCommand, kCfgCommand, kCheckCommand,
-    kEditCommand, kSampleCommand;
+    kDiffCommand, kEditCommand, kSampleCommand;
 
 // FILE and an optional flag, the arguments of the reading commands.
 struct FileArgs {
