@@ -241,7 +241,7 @@ const Command kDebugCommand = {
     "debug", "the decoded .zelk.dbg. sections",
     "usage: zelk-elf debug FILE [--json]\n\n"
     "The nine decoded .zelk.dbg. values, \"absent\" and \"present but empty\"\n"
-    "told apart, map keys sorted.\n\n"
+    "told apart, map keys sorted. 'edit --set-debug' takes the JSON back.\n\n"
     "  --json   machine-readable output (schema 1, see docs/cli.md)\n",
     declareDebug};
 

@@ -54,6 +54,17 @@ MakeOperation setNumber(void (ELF::*set)(T), uint64_t max) {
   };
 }
 
+Operation setDebug(const std::string&, const std::string& path) {
+  const std::vector<uint8_t> bytes = readInput(path);
+  auto operations =
+      std::make_shared<const std::vector<Operation>>(readDebugDocument(
+          path, absl::string_view(reinterpret_cast<const char*>(bytes.data()),
+                                  bytes.size())));
+  return [operations](ELF& elf) {
+    for (const Operation& operation : *operations) operation(elf);
+  };
+}
+
 const std::vector<std::pair<std::string, MakeOperation>>& operationOptions() {
   static const auto* const kOptions =
       new std::vector<std::pair<std::string, MakeOperation>>{
@@ -72,7 +83,8 @@ const std::vector<std::pair<std::string, MakeOperation>>& operationOptions() {
           {"--verify-info",
            [](const std::string&, const std::string& text) -> Operation {
              return [text](ELF& elf) { elf.setVerifyInfo(text); };
-           }}};
+           }},
+          {"--set-debug", setDebug}};
   return *kOptions;
 }
 
@@ -183,7 +195,9 @@ const Command kEditCommand = {
     "  --set-comment TEXT        setCommentInfo, TEXT split at newlines\n"
     "  --machine N, --type N     setMachine, setType (N up to 0xffff)\n"
     "  --entry N                 setEntry\n"
-    "  --verify-info TEXT        setVerifyInfo\n\n"
+    "  --verify-info TEXT        setVerifyInfo\n"
+    "  --set-debug FILE          the debug values of a 'debug --json'\n"
+    "                            document (null: make absent)\n\n"
     "DATA is @PATH (that file's bytes) or hex digits; N decimal or 0x hex.\n",
     declareEdit};
 

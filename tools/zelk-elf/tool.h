@@ -39,6 +39,10 @@ class CliError : public std::runtime_error {
 inline CliError usageError(const std::string& message) {
   return CliError(kExitUsage, message, true);
 }
+// A bad --set-debug document; its JSON path says more than the help would.
+inline CliError documentError(const std::string& message) {
+  return CliError(kExitUsage, message, false);
+}
 inline CliError imageError(const std::string& message) {
   return CliError(kExitBadImage, message, false);
 }
@@ -81,6 +85,10 @@ std::vector<uint8_t> parseDataArg(absl::string_view text,
 std::string toHex(absl::Span<const uint8_t> bytes);
 
 using Operation = std::function<void(ELF&)>;
+// The operations that set the debug values a `debug --json` document gives.
+// Throws a document error naming the JSON path of the first problem.
+std::vector<Operation> readDebugDocument(const std::string& name,
+                                         absl::string_view text);
 
 // In double quotes, C-style: \" \\ \n \t \r, other unprintables \xNN.
 std::string quoteText(absl::string_view text);
