@@ -54,13 +54,11 @@ std::vector<const typename Map::value_type*> sortedOf(
 }
 
 void writeText(const ELF& elf, std::ostream& out) {
-  out << "debug id (.zelk.dbg.id): ";
-  if (elf.dbgID) {
-    out << "kind " << int{elf.dbgID->kind} << ", id0 " << elf.dbgID->id0
-        << ", id1 " << elf.dbgID->id1 << "\n";
-  } else {
-    out << "absent\n";
-  }
+  out << "debug id (.zelk.dbg.id): "
+      << (elf.dbgID ? absl::StrCat("kind ", elf.dbgID->kind, ", id0 ",
+                                   elf.dbgID->id0, ", id1 ", elf.dbgID->id1)
+                    : "absent")
+      << "\n";
   listField(out, "spill list", ".zelk.dbg.spill",
             listOf(elf.spillInfo, &SpillInfo::locs),
             {"[Nr]", "Address", "Index", "Kind", "Name"},

@@ -124,12 +124,9 @@ bool skipsBytes(const ImageView& image, size_t index) {
 }
 
 Json headerJson(const ELF& elf, const ImageView& image) {
-  return {{"class", image.is_64_bit ? "64-bit" : "32-bit"},
-          {"byte_order", image.big_endian ? "big-endian" : "little-endian"},
-          {"type", elf.getType()},
-          {"machine", elf.getMachine()},
-          {"entry", elf.getEntry()},
-          {"flags", image.flags}};
+  return {{"class", image.className()}, {"byte_order", image.byteOrderName()},
+          {"type", elf.getType()},      {"machine", elf.getMachine()},
+          {"entry", elf.getEntry()},    {"flags", image.flags}};
 }
 
 // The recorded size only where the bytes line does not show it.

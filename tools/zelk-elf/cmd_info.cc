@@ -12,22 +12,14 @@ namespace zelk_elf {
 namespace cli {
 namespace {
 
-std::string className(const ImageView& image) {
-  return image.is_64_bit ? "64-bit" : "32-bit";
-}
-
-std::string byteOrderName(const ImageView& image) {
-  return image.big_endian ? "big-endian" : "little-endian";
-}
-
 void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
   const int digits = image.is_64_bit ? 16 : 8;
   const auto hex = [digits](uint64_t value) {
     return absl::StrFormat("%0*x", digits, value);
   };
   const ValueName type = fileTypeName(elf.getType());
-  out << "ELF header:\n  Class:      " << className(image)
-      << "\n  Byte order: " << byteOrderName(image)
+  out << "ELF header:\n  Class:      " << image.className()
+      << "\n  Byte order: " << image.byteOrderName()
       << "\n  Type:       " << elf.getType() << " (" << type.short_name << ", "
       << type.long_name << ")\n"
       << absl::StrFormat("  Machine:    0x%04x (%u)\n", elf.getMachine(),
@@ -106,8 +98,8 @@ void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
 void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
   JsonStream json(out);
   json.member("schema", 1);
-  json.member("class", className(image));
-  json.member("byte_order", byteOrderName(image));
+  json.member("class", image.className());
+  json.member("byte_order", image.byteOrderName());
   json.member("type", elf.getType());
   json.member("type_name", fileTypeName(elf.getType()).long_name);
   json.member("machine", elf.getMachine());

@@ -36,6 +36,10 @@ struct ImageView {
   std::vector<SectionView> sections;
   std::vector<SegmentView> segments;
 
+  const char* className() const { return is_64_bit ? "64-bit" : "32-bit"; }
+  const char* byteOrderName() const {
+    return big_endian ? "big-endian" : "little-endian";
+  }
   // The name of section `index`, "?" past the table.
   absl::string_view sectionName(size_t index) const {
     return index < sections.size() ? sections[index].name : "?";
