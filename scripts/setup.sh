@@ -2,13 +2,23 @@
 # Installs every Debian package the project needs, for the native and the
 # 32-bit build, the sanitizers, fuzzing and benchmarks. Idempotent: when
 # everything is present it only checks and returns.
+# Usage: scripts/setup.sh          (everything scripts/test.sh needs)
+#        scripts/setup.sh --main   (only what building the library and
+#                                   zelk-elf needs, for scripts/run.sh)
 set -euo pipefail
 
-native=(build-essential cmake pkg-config g++-12 g++-multilib
-        libabsl-dev libgtest-dev libgmock-dev googletest libbenchmark-dev
+# The library and zelk-elf; JSON and argument parsing are header-only.
+main=(build-essential cmake pkg-config libabsl-dev nlohmann-json3-dev
+      libcli11-dev)
+native=("${main[@]}" g++-12 g++-multilib
+        libgtest-dev libgmock-dev googletest libbenchmark-dev
         clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils
         pybind11-dev python3-dev python3-pytest)
 i386=(libabsl-dev:i386 libgtest-dev:i386 libgmock-dev:i386)
+if [ "${1:-}" = "--main" ]; then
+  native=("${main[@]}")
+  i386=()
+fi
 
 missing=()
 for p in "${native[@]}" "${i386[@]}"; do
@@ -22,7 +32,7 @@ fi
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 echo "setup: installing ${missing[*]}"
-if ! dpkg --print-foreign-architectures | grep -qx i386; then
+if [ ${#i386[@]} -gt 0 ] && ! dpkg --print-foreign-architectures | grep -qx i386; then
   $SUDO dpkg --add-architecture i386
 fi
 export DEBIAN_FRONTEND=noninteractive

@@ -14,8 +14,17 @@ struct ToolResult {
   std::string err;
 };
 
+struct RunOptions {
+  std::string stdin_path = "/dev/null";
+  std::string cwd;  // empty: the test's own
+  bool discard_stdout = false;
+  // Address-space limit of the tool in bytes; 0 for none.
+  uint64_t memory_limit = 0;
+};
+
 // Runs zelk-elf with `args` (no shell involved).
-ToolResult runTool(const std::vector<std::string>& args);
+ToolResult runTool(const std::vector<std::string>& args,
+                   const RunOptions& options = {});
 
 // A fresh directory, removed with its contents at destruction.
 class TempDir {
@@ -41,6 +50,13 @@ void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
 
 // Folder of the shared corpus and conformance cases.
 std::string sharedDir();
+// Paths of the files in a folder, sorted; hidden ones left out.
+std::vector<std::string> filesIn(const std::string& dir);
+
+// A 32-bit image of `sections` sections (the null one and .shstrtab
+// included) and `segments` loadable segments that each cover the whole file,
+// so every segment lists every section but the null one.
+std::vector<uint8_t> wideImage(uint16_t sections, uint16_t segments);
 
 }  // namespace zelk_elf_test
 

@@ -1,32 +1,15 @@
-// zelk-elf debug: the nine decoded debug values of an image.
-#include <string>
-#include <vector>
+// zelk-elf debug: the nine decoded debug values of an image; and
+// zelk-elf cfg: the control-flow graph, as an edge list or Graphviz DOT.
+#include <algorithm>
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
-#include "tools/zelk-elf/cli_error.h"
-#include "tools/zelk-elf/command.h"
-#include "tools/zelk-elf/debug_view.h"
-#include "tools/zelk-elf/image_file.h"
-#include "tools/zelk-elf/json_writer.h"
-#include "tools/zelk-elf/text_format.h"
+#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
 namespace {
-
-constexpr char kHelp[] =
-    "usage: zelk-elf debug FILE [--json]\n"
-    "\n"
-    "Shows the compiler's debug information decoded from the nine\n"
-    ".zelk.dbg. sections: debug id, spill list, SWP list, CFG edges, source\n"
-    "map, symbol map, PM size, verify info and latency list. A value is\n"
-    "\"absent\" when its section is missing and \"present but empty\" when "
-    "the\n"
-    "section holds an empty list, map or text. Map keys are sorted.\n"
-    "\n"
-    "  --json   machine-readable output (schema 1, see docs/cli.md)\n"
-    "  --help   this text\n";
 
 std::string counted(size_t n, const char* one, const char* many) {
   return absl::StrCat(n, " ", n == 1 ? one : many);
@@ -35,280 +18,237 @@ std::string counted(size_t n, const char* one, const char* many) {
 std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
 
 // "title (.zelk.dbg.x): " and the state of a value that may be absent or
-// empty. Returns true when the caller should list the elements.
-bool heading(std::string* out, const char* title, const char* section,
-             bool present, size_t count, const char* one, const char* many) {
-  absl::StrAppend(out, title, " (", section, "): ");
-  if (!present) {
-    absl::StrAppend(out, "absent\n");
-    return false;
-  }
-  if (count == 0) {
-    absl::StrAppend(out, "present but empty\n");
-    return false;
-  }
-  absl::StrAppend(out, counted(count, one, many), "\n");
-  return true;
+// empty; returns the value when its elements should be listed.
+template <typename List>
+const List* heading(std::ostream& out, const char* title, const char* section,
+                    const List* list, const char* one, const char* many) {
+  const bool listed = list != nullptr && !list->empty();
+  out << title << " (" << section << "): "
+      << (listed ? counted(list->size(), one, many)
+          : list ? "present but empty"
+                 : "absent")
+      << "\n";
+  return listed ? list : nullptr;
 }
 
-void writeText(const ELF& elf, std::string* out) {
-  absl::StrAppend(out, "debug id (.zelk.dbg.id): ");
-  if (elf.dbgID) {
-    absl::StrAppend(out, "kind ", elf.dbgID->kind, ", id0 ", elf.dbgID->id0,
-                    ", id1 ", elf.dbgID->id1, "\n");
-  } else {
-    absl::StrAppend(out, "absent\n");
-  }
+// A list field: its heading, then a table of its elements under `header`;
+// `cells(i, element)` gives one row.
+template <typename List, typename Cells>
+void listField(std::ostream& out, const char* title, const char* section,
+               const List* list, std::vector<std::string> header,
+               std::vector<bool> right_aligned, Cells cells,
+               const char* one = "entry", const char* many = "entries") {
+  if (heading(out, title, section, list, one, many) == nullptr) return;
+  printTable(out, "  ", right_aligned, list->size() + 1,
+             [&](size_t row) -> std::vector<std::string> {
+               if (row == 0) return header;
+               return cells(row - 1, (*list)[row - 1]);
+             });
+}
 
-  const SpillInfo* spill = elf.spillInfo ? &*elf.spillInfo : nullptr;
-  if (heading(out, "spill list", ".zelk.dbg.spill", spill != nullptr,
-              spill ? spill->locs.size() : 0, "entry", "entries")) {
-    TextTable table({false, false, true, true, false});
-    table.addRow({"[Nr]", "Address", "Index", "Kind", "Name"});
-    for (size_t i = 0; i < spill->locs.size(); ++i) {
-      const SpillLoc& loc = spill->locs[i];
-      table.addRow({rowNumber(i), hexValue(loc.addr, 8),
-                    absl::StrCat(loc.index), absl::StrCat(loc.kind),
-                    quoteText(loc.name)});
-    }
-    absl::StrAppend(out, table.render("  "));
-  }
+template <typename Map>
+std::vector<const typename Map::value_type*> sortedOf(
+    const absl::optional<Map>& map) {
+  return map ? sortedEntries(*map)
+             : std::vector<const typename Map::value_type*>();
+}
 
-  const SWPInfo* swp = elf.swpInfo ? &*elf.swpInfo : nullptr;
-  if (heading(out, "SWP list", ".zelk.dbg.swp", swp != nullptr,
-              swp ? swp->locs.size() : 0, "entry", "entries")) {
-    TextTable table({false, false});
-    table.addRow({"[Nr]", "Address"});
-    for (size_t i = 0; i < swp->locs.size(); ++i) {
-      table.addRow({rowNumber(i), hexValue(swp->locs[i].addr, 8)});
-    }
-    absl::StrAppend(out, table.render("  "));
-  }
-
-  const ControlFlowGraph* cfg = elf.cfgInfo ? &*elf.cfgInfo : nullptr;
-  if (heading(out, "CFG edges", ".zelk.dbg.cfg", cfg != nullptr,
-              cfg ? cfg->edges.size() : 0, "edge", "edges")) {
-    TextTable table({false, false, false, false});
-    table.addRow({"[Nr]", "First block", "", "Second block"});
-    for (size_t i = 0; i < cfg->edges.size(); ++i) {
-      table.addRow({rowNumber(i), rangeLabel(std::get<0>(cfg->edges[i])), "->",
-                    rangeLabel(std::get<1>(cfg->edges[i]))});
-    }
-    absl::StrAppend(out, table.render("  "));
-  }
-
-  const SourceMap* src = elf.srcInfo ? &*elf.srcInfo : nullptr;
-  if (heading(out, "source map", ".zelk.dbg.src", src != nullptr,
-              src ? src->size() : 0, "source", "sources")) {
+void writeText(const ELF& elf, std::ostream& out) {
+  out << "debug id (.zelk.dbg.id): "
+      << (elf.dbgID ? absl::StrCat("kind ", elf.dbgID->kind, ", id0 ",
+                                   elf.dbgID->id0, ", id1 ", elf.dbgID->id1)
+                    : "absent")
+      << "\n";
+  listField(out, "spill list", ".zelk.dbg.spill",
+            listOf(elf.spillInfo, &SpillInfo::locs),
+            {"[Nr]", "Address", "Index", "Kind", "Name"},
+            {false, false, true, true, false},
+            [](size_t i, const SpillLoc& loc) -> std::vector<std::string> {
+              return {rowNumber(i), hexValue(loc.addr, 8),
+                      absl::StrCat(loc.index), absl::StrCat(loc.kind),
+                      quoteText(loc.name)};
+            });
+  listField(out, "SWP list", ".zelk.dbg.swp",
+            listOf(elf.swpInfo, &SWPInfo::locs), {"[Nr]", "Address"},
+            {false, false},
+            [](size_t i, const SWPLoc& loc) -> std::vector<std::string> {
+              return {rowNumber(i), hexValue(loc.addr, 8)};
+            });
+  listField(
+      out, "CFG edges", ".zelk.dbg.cfg",
+      listOf(elf.cfgInfo, &ControlFlowGraph::edges),
+      {"[Nr]", "First block", "", "Second block"}, {false, false, false, false},
+      [](size_t i, const auto& edge) -> std::vector<std::string> {
+        return {rowNumber(i), rangeLabel(std::get<0>(edge)), "->",
+                rangeLabel(std::get<1>(edge))};
+      },
+      "edge", "edges");
+  if (auto* src =
+          heading(out, "source map", ".zelk.dbg.src",
+                  elf.srcInfo ? &*elf.srcInfo : nullptr, "source", "sources")) {
     for (const auto* entry : sortedEntries(*src)) {
-      absl::StrAppend(out, "  ", quoteText(entry->first), ": ",
-                      counted(entry->second.size(), "string", "strings"), "\n");
+      out << "  " << quoteText(entry->first) << ": "
+          << counted(entry->second.size(), "string", "strings") << "\n";
       for (size_t i = 0; i < entry->second.size(); ++i) {
-        absl::StrAppend(out, "    ", rowNumber(i), " ",
-                        quoteText(entry->second[i]), "\n");
+        out << "    " << rowNumber(i) << " " << quoteText(entry->second[i])
+            << "\n";
       }
     }
   }
-
-  const SymbolMap* sym = elf.symInfo ? &*elf.symInfo : nullptr;
-  if (heading(out, "symbol map", ".zelk.dbg.sym", sym != nullptr,
-              sym ? sym->size() : 0, "symbol", "symbols")) {
-    TextTable table({false, true, false});
-    table.addRow({"Name", "Kind", "Address"});
-    for (const auto* entry : sortedEntries(*sym)) {
-      table.addRow({quoteText(entry->first), absl::StrCat(entry->second.kind),
-                    hexValue(entry->second.addr, 8)});
-    }
-    absl::StrAppend(out, table.render("  "));
-  }
-
-  absl::StrAppend(out, "PM size (.zelk.dbg.pmsize): ");
-  if (elf.pmSize) {
-    absl::StrAppend(out, *elf.pmSize, " (",
-                    absl::StrFormat("0x%x", *elf.pmSize), ")\n");
-  } else {
-    absl::StrAppend(out, "absent\n");
-  }
-
-  absl::StrAppend(out, "verify info (.zelk.dbg.verifyinfo): ");
-  if (!elf.verifyInfo) {
-    absl::StrAppend(out, "absent\n");
-  } else if (elf.verifyInfo->empty()) {
-    absl::StrAppend(out, "present but empty\n");
-  } else {
-    absl::StrAppend(out, quoteText(*elf.verifyInfo), "\n");
-  }
-
-  const LatencyInfo* latency = elf.latencyInfo ? &*elf.latencyInfo : nullptr;
-  if (heading(out, "latency list", ".zelk.dbg.latency", latency != nullptr,
-              latency ? latency->locs.size() : 0, "entry", "entries")) {
-    TextTable table({false, false, true, false});
-    table.addRow({"[Nr]", "Address", "Kind", "Values"});
-    for (size_t i = 0; i < latency->locs.size(); ++i) {
-      const LatencyInfoLoc& loc = latency->locs[i];
-      table.addRow({rowNumber(i), hexValue(loc.addr, 8), absl::StrCat(loc.kind),
-                    absl::StrCat(loc.value0, " ", loc.value1, " ", loc.value2,
-                                 " ", loc.value3)});
-    }
-    absl::StrAppend(out, table.render("  "));
-  }
+  const auto symbols = sortedOf(elf.symInfo);
+  listField(
+      out, "symbol map", ".zelk.dbg.sym", elf.symInfo ? &symbols : nullptr,
+      {"Name", "Kind", "Address"}, {false, true, false},
+      [](size_t, const auto* entry) -> std::vector<std::string> {
+        return {quoteText(entry->first), absl::StrCat(entry->second.kind),
+                hexValue(entry->second.addr, 8)};
+      },
+      "symbol", "symbols");
+  out << "PM size (.zelk.dbg.pmsize): "
+      << (elf.pmSize ? absl::StrFormat("%u (0x%x)", *elf.pmSize, *elf.pmSize)
+                     : "absent")
+      << "\n";
+  out << "verify info (.zelk.dbg.verifyinfo): "
+      << (!elf.verifyInfo           ? std::string("absent")
+          : elf.verifyInfo->empty() ? std::string("present but empty")
+                                    : quoteText(*elf.verifyInfo))
+      << "\n";
+  listField(
+      out, "latency list", ".zelk.dbg.latency",
+      listOf(elf.latencyInfo, &LatencyInfo::locs),
+      {"[Nr]", "Address", "Kind", "Values"}, {false, false, true, false},
+      [](size_t i, const LatencyInfoLoc& loc) -> std::vector<std::string> {
+        return {rowNumber(i), hexValue(loc.addr, 8), absl::StrCat(loc.kind),
+                absl::StrCat(loc.value0, " ", loc.value1, " ", loc.value2, " ",
+                             loc.value3)};
+      });
 }
 
-void writeRange(JsonWriter& json, const BasicBlockRange& range) {
-  json.beginObject();
-  json.member("start", uint64_t{range.start});
-  json.member("end", uint64_t{range.end});
-  json.endObject();
+// A list member, null when the field is absent.
+template <typename List>
+void listMember(JsonStream& json, const char* key, const List* list) {
+  if (list == nullptr) return json.member(key, nullptr);
+  json.beginArray(key);
+  for (const auto& element : *list) json.element(toJson(element));
+  json.endArray();
 }
 
-void writeJson(const ELF& elf, std::string* out) {
-  JsonWriter json(out);
-  json.beginObject();
-  json.member("schema", uint64_t{1});
-
-  json.key("debug_id");
-  if (elf.dbgID) {
-    json.beginObject();
-    json.member("kind", uint64_t{elf.dbgID->kind});
-    json.member("id0", uint64_t{elf.dbgID->id0});
-    json.member("id1", uint64_t{elf.dbgID->id1});
-    json.endObject();
-  } else {
-    json.null();
-  }
-
-  json.key("spill_list");
-  if (elf.spillInfo) {
-    json.beginArray();
-    for (const SpillLoc& loc : elf.spillInfo->locs) {
-      json.beginObject();
-      json.member("address", uint64_t{loc.addr});
-      json.member("index", uint64_t{loc.index});
-      json.member("kind", uint64_t{loc.kind});
-      json.member("name", loc.name);
-      json.endObject();
-    }
-    json.endArray();
-  } else {
-    json.null();
-  }
-
-  json.key("swp_list");
-  if (elf.swpInfo) {
-    json.beginArray();
-    for (const SWPLoc& loc : elf.swpInfo->locs) {
-      json.beginObject();
-      json.member("address", uint64_t{loc.addr});
-      json.endObject();
-    }
-    json.endArray();
-  } else {
-    json.null();
-  }
-
-  json.key("cfg_edges");
-  if (elf.cfgInfo) {
-    json.beginArray();
-    for (const auto& edge : elf.cfgInfo->edges) {
-      json.beginObject();
-      json.key("first");
-      writeRange(json, std::get<0>(edge));
-      json.key("second");
-      writeRange(json, std::get<1>(edge));
-      json.endObject();
-    }
-    json.endArray();
-  } else {
-    json.null();
-  }
-
-  json.key("source_map");
-  if (elf.srcInfo) {
-    json.beginArray();
-    for (const auto* entry : sortedEntries(*elf.srcInfo)) {
-      json.beginObject();
-      json.member("source", entry->first);
-      json.key("strings");
-      json.beginArray();
-      for (const std::string& text : entry->second) json.string(text);
-      json.endArray();
-      json.endObject();
-    }
-    json.endArray();
-  } else {
-    json.null();
-  }
-
-  json.key("symbol_map");
-  if (elf.symInfo) {
-    json.beginArray();
-    for (const auto* entry : sortedEntries(*elf.symInfo)) {
-      json.beginObject();
-      json.member("symbol", entry->first);
-      json.member("kind", uint64_t{entry->second.kind});
-      json.member("address", uint64_t{entry->second.addr});
-      json.endObject();
-    }
-    json.endArray();
-  } else {
-    json.null();
-  }
-
-  json.key("pm_size");
-  if (elf.pmSize) {
-    json.number(*elf.pmSize);
-  } else {
-    json.null();
-  }
-
-  json.key("verify_info");
-  if (elf.verifyInfo) {
-    json.string(*elf.verifyInfo);
-  } else {
-    json.null();
-  }
-
-  json.key("latency_list");
-  if (elf.latencyInfo) {
-    json.beginArray();
-    for (const LatencyInfoLoc& loc : elf.latencyInfo->locs) {
-      json.beginObject();
-      json.member("address", uint64_t{loc.addr});
-      json.member("kind", uint64_t{loc.kind});
-      json.key("values");
-      json.beginArray();
-      for (uint8_t value : {loc.value0, loc.value1, loc.value2, loc.value3}) {
-        json.number(value);
-      }
-      json.endArray();
-      json.endObject();
-    }
-    json.endArray();
-  } else {
-    json.null();
-  }
-  json.endObject();
+void writeJson(const ELF& elf, std::ostream& out) {
+  JsonStream json(out);
+  json.member("schema", 1);
+  json.member("debug_id", elf.dbgID ? toJson(*elf.dbgID) : Json());
+  listMember(json, "spill_list", listOf(elf.spillInfo, &SpillInfo::locs));
+  listMember(json, "swp_list", listOf(elf.swpInfo, &SWPInfo::locs));
+  listMember(json, "cfg_edges", listOf(elf.cfgInfo, &ControlFlowGraph::edges));
+  const auto sources = sortedOf(elf.srcInfo);
+  listMember(json, "source_map", elf.srcInfo ? &sources : nullptr);
+  const auto symbols = sortedOf(elf.symInfo);
+  listMember(json, "symbol_map", elf.symInfo ? &symbols : nullptr);
+  json.member("pm_size", elf.pmSize ? Json(*elf.pmSize) : Json());
+  json.member("verify_info",
+              elf.verifyInfo ? Json(jsonText(*elf.verifyInfo)) : Json());
+  listMember(json, "latency_list", listOf(elf.latencyInfo, &LatencyInfo::locs));
+  json.end();
 }
 
-int runDebug(const std::vector<std::string>& args, std::string* out) {
-  FileArgs parsed = parseFileArgs(args, {"--json"});
-  if (parsed.help) {
-    *out = kHelp;
+std::function<int()> declareDebug(CLI::App& app) {
+  auto args = declareFileArgs(app, "--json");
+  return [args] {
+    ELF elf = loadImage(args->file);
+    args->flag ? writeJson(elf, std::cout) : writeText(elf, std::cout);
     return kExitOk;
+  };
+}
+
+// Nodes are the distinct blocks in order of first appearance (first range
+// of each edge before its second); edges follow in payload order.
+void writeDot(const ELF& elf, std::ostream& out) {
+  out << "digraph cfg {\n";
+  if (!elf.cfgInfo) {
+    out << "  // no .zelk.dbg.cfg section\n}\n";
+    return;
   }
-  ImageFile file = loadImageFile(parsed.file);
-  if (parsed.has("--json")) {
-    writeJson(file.elf, out);
-  } else {
-    writeText(file.elf, out);
+  out << "  node [shape=box, fontname=\"monospace\"];\n";
+  const auto& edges = elf.cfgInfo->edges;
+  const auto key = [](const BasicBlockRange& range) {
+    return uint64_t{range.start} << 32 | range.end;
+  };
+  // Each block's first mention: two words per mention, less than a map.
+  std::vector<std::pair<uint64_t, size_t>> blocks;
+  blocks.reserve(2 * edges.size());
+  for (size_t i = 0; i < edges.size(); ++i) {
+    blocks.emplace_back(key(std::get<0>(edges[i])), 2 * i);
+    blocks.emplace_back(key(std::get<1>(edges[i])), 2 * i + 1);
   }
-  return kExitOk;
+  std::sort(blocks.begin(), blocks.end());
+  blocks.erase(std::unique(blocks.begin(), blocks.end(),
+                           [](const auto& x, const auto& y) {
+                             return x.first == y.first;
+                           }),
+               blocks.end());
+  // Numbered in order of first mention, then sorted again for lookups.
+  std::sort(blocks.begin(), blocks.end(),
+            [](const auto& x, const auto& y) { return x.second < y.second; });
+  for (size_t number = 0; number < blocks.size(); ++number) {
+    const uint64_t block = blocks[number].first;
+    blocks[number].second = number;
+    out << "  b" << number << " [label=\""
+        << rangeLabel({static_cast<uint32_t>(block >> 32),
+                       static_cast<uint32_t>(block)})
+        << "\"];\n";
+  }
+  std::sort(blocks.begin(), blocks.end());
+  const auto number = [&](const BasicBlockRange& range) {
+    return std::lower_bound(
+               blocks.begin(), blocks.end(), key(range),
+               [](const auto& block, uint64_t k) { return block.first < k; })
+        ->second;
+  };
+  for (const auto& edge : edges) {
+    out << "  b" << number(std::get<0>(edge)) << " -> b"
+        << number(std::get<1>(edge)) << ";\n";
+  }
+  out << "}\n";
+}
+
+void writeEdges(const ELF& elf, std::ostream& out) {
+  if (!elf.cfgInfo) {
+    out << "no .zelk.dbg.cfg section\n";
+    return;
+  }
+  const auto& edges = elf.cfgInfo->edges;
+  out << counted(edges.size(), "edge", "edges") << "\n";
+  for (size_t i = 0; i < edges.size(); ++i) {
+    out << "  " << rowNumber(i) << " " << rangeLabel(std::get<0>(edges[i]))
+        << " -> " << rangeLabel(std::get<1>(edges[i])) << "\n";
+  }
+}
+
+std::function<int()> declareCfg(CLI::App& app) {
+  auto args = declareFileArgs(app, "--dot");
+  return [args] {
+    ELF elf = loadImage(args->file);
+    args->flag ? writeDot(elf, std::cout) : writeEdges(elf, std::cout);
+    return kExitOk;
+  };
 }
 
 }  // namespace
 
-const Command kDebugCommand = {"debug", "the decoded .zelk.dbg. sections",
-                               kHelp, runDebug};
+const Command kDebugCommand = {
+    "debug", "the decoded .zelk.dbg. sections",
+    "usage: zelk-elf debug FILE [--json]\n\n"
+    "The nine decoded .zelk.dbg. values, \"absent\" and \"present but empty\"\n"
+    "told apart, map keys sorted. 'edit --set-debug' takes the JSON back.\n\n"
+    "  --json   machine-readable output (schema 1, see docs/cli.md)\n",
+    declareDebug};
+
+const Command kCfgCommand = {
+    "cfg", "the control-flow graph (--dot: Graphviz)",
+    "usage: zelk-elf cfg FILE [--dot]\n\n"
+    "The control-flow graph, one line per edge; with --dot a Graphviz graph\n"
+    "of the distinct blocks: zelk-elf cfg a.elf --dot | dot -Tsvg > cfg.svg\n",
+    declareCfg};
 
 }  // namespace cli
 }  // namespace zelk_elf

@@ -1,236 +1,198 @@
-// zelk-elf info: the ELF header, the section table and the segments.
-//
-// Header fields come from the public class; the class, byte order, offsets
-// and segments are not part of its face, so those come from the engine,
-// which parses the same bytes the same way.
-#include <string>
-#include <vector>
+// zelk-elf info: the ELF header, the section table and the segments; and
+// zelk-elf check: does the image load, and if not, why.
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
 #include "absl/strings/str_join.h"
-#include "elf/internal.h"
-#include "tools/zelk-elf/cli_error.h"
-#include "tools/zelk-elf/command.h"
-#include "tools/zelk-elf/elf_names.h"
-#include "tools/zelk-elf/image_file.h"
-#include "tools/zelk-elf/json_writer.h"
-#include "tools/zelk-elf/parse.h"
-#include "tools/zelk-elf/text_format.h"
+#include "tools/zelk-elf/image_view.h"
+#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
 namespace {
 
-constexpr char kHelp[] =
-    "usage: zelk-elf info FILE [--json]\n"
-    "\n"
-    "Shows the ELF header (class, byte order, type, machine, entry), the\n"
-    "section table, the segments with the sections they carry, the .comment\n"
-    "lines and the size of .text.\n"
-    "\n"
-    "  --json   machine-readable output (schema 1, see docs/cli.md)\n"
-    "  --help   this text\n";
+void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
+  const int digits = image.is_64_bit ? 16 : 8;
+  const auto hex = [digits](uint64_t value) {
+    return absl::StrFormat("%0*x", digits, value);
+  };
+  const ValueName type = fileTypeName(elf.getType());
+  out << "ELF header:\n  Class:      " << image.className()
+      << "\n  Byte order: " << image.byteOrderName()
+      << "\n  Type:       " << elf.getType() << " (" << type.short_name << ", "
+      << type.long_name << ")\n"
+      << absl::StrFormat("  Machine:    0x%04x (%u)\n", elf.getMachine(),
+                         elf.getMachine())
+      << "  Entry:      " << hexValue(elf.getEntry(), digits) << "\n";
+  const std::vector<SectionView>& sections = image.sections;
+  out << "\nSections (" << sections.size() << "):\n";
+  printTable(out, "  ",
+             {false, false, false, false, false, false, false, false, true},
+             sections.size() + 1, [&](size_t row) -> std::vector<std::string> {
+               if (row == 0) {
+                 return {"[Nr]",   "Name", "Type", "Flags", "Address",
+                         "Offset", "Size", "Held", "Align"};
+               }
+               const SectionView& s = sections[row - 1];
+               return {absl::StrFormat("[%2u]", row - 1),
+                       std::string(s.name),
+                       sectionTypeName(s.type).short_name,
+                       sectionFlagLetters(s.flags),
+                       hex(s.address),
+                       absl::StrFormat("%06x", s.offset),
+                       absl::StrFormat("%06x", s.size),
+                       absl::StrFormat("%06x", s.bytes.size()),
+                       absl::StrCat(s.alignment)};
+             });
+  out << "  Size is the recorded size, Held the bytes the image holds.\n"
+         "  Flags: W write, A alloc, X execute, M merge, S strings, I info "
+         "link,\n"
+         "  L link order, O OS-specific, G group, T TLS, C compressed, "
+         "x unknown.\n";
 
-// Section names by index, for segment listings; "?" past the table.
-std::string sectionNameAt(const engine::Image& image, size_t index) {
-  return index < image.sections().size() ? std::string(image.sections()[index].name) : "?";
-}
-
-std::string className(uint8_t elf_class) {
-  return elf_class == engine::kClass64 ? "64-bit" : "32-bit";
-}
-
-std::string byteOrderName(uint8_t encoding) {
-  return encoding == engine::kDataMsb ? "big-endian" : "little-endian";
-}
-
-void writeText(const ELF& elf, const engine::Image& image, std::string* out) {
-  const int address_digits = image.elfClass() == engine::kClass64 ? 16 : 8;
-  ValueName type = fileTypeName(elf.getType());
-  absl::StrAppend(out, "ELF header:\n");
-  TextTable header({false, false});
-  header.addRow({"Class:", className(image.elfClass())});
-  header.addRow({"Byte order:", byteOrderName(image.encoding())});
-  header.addRow({"Type:", absl::StrCat(elf.getType(), " (", type.short_name,
-                                       ", ", type.long_name, ")")});
-  header.addRow({"Machine:", absl::StrFormat("0x%04x (%u)", elf.getMachine(),
-                                             elf.getMachine())});
-  header.addRow({"Entry:", hexValue(elf.getEntry(), address_digits)});
-  absl::StrAppend(out, header.render("  "));
-
-  absl::StrAppend(out, "\nSections (", image.sections().size(), "):\n");
-  TextTable sections(
-      {false, false, false, false, false, false, false, false, true});
-  sections.addRow({"[Nr]", "Name", "Type", "Flags", "Address", "Offset", "Size",
-                   "Held", "Align"});
-  for (size_t i = 0; i < image.sections().size(); ++i) {
-    const engine::Section& s = image.sections()[i];
-    sections.addRow(
-        {absl::StrFormat("[%2u]", i), std::string(s.name),
-         sectionTypeName(s.header.type).short_name, sectionFlagLetters(s.header.flags),
-         absl::StrFormat("%0*x", address_digits, s.header.addr),
-         absl::StrFormat("%06x", s.header.offset), absl::StrFormat("%06x", s.header.size),
-         absl::StrFormat("%06x", s.bytes().size()), absl::StrCat(s.header.addralign)});
-  }
-  absl::StrAppend(out, sections.render("  "));
-  absl::StrAppend(
-      out,
-      "  Size is the recorded size, Held the bytes the image holds.\n"
-      "  Flags: W write, A alloc, X execute, M merge, S strings, I info link,\n"
-      "  L link order, O OS-specific, G group, T TLS, C compressed, "
-      "x unknown.\n");
-
-  absl::StrAppend(out, "\nSegments (", image.segments().size(), "):\n");
-  if (image.segments().size() > 0) {
-    TextTable segments(
-        {false, false, false, false, false, false, false, false, false, false});
-    segments.addRow({"[Nr]", "Type", "Offset", "VirtAddr", "PhysAddr",
-                     "FileSize", "MemSize", "Flags", "Align", "Sections"});
-    for (size_t i = 0; i < image.segments().size(); ++i) {
-      const engine::Segment& g = image.segments()[i];
-      std::vector<std::string> names;
-      for (uint16_t index : g.sections) {
-        names.push_back(sectionNameAt(image, index));
-      }
-      segments.addRow(
-          {absl::StrFormat("[%2u]", i), segmentTypeName(g.header.type).short_name,
-           absl::StrFormat("%06x", g.header.offset),
-           absl::StrFormat("%0*x", address_digits, g.header.vaddr),
-           absl::StrFormat("%0*x", address_digits, g.header.paddr),
-           absl::StrFormat("%06x", g.header.filesz),
-           absl::StrFormat("%06x", g.header.memsz),
-           segmentFlagLetters(g.header.flags), absl::StrFormat("0x%x", g.header.align),
-           absl::StrJoin(names, " ")});
-    }
-    absl::StrAppend(out, segments.render("  "));
+  const std::vector<SegmentView>& segments = image.segments;
+  out << "\nSegments (" << segments.size() << "):\n";
+  if (!segments.empty()) {
+    printTable(out, "  ", std::vector<bool>(10, false), segments.size() + 1,
+               [&](size_t row) -> std::vector<std::string> {
+                 if (row == 0) {
+                   return {"[Nr]",     "Type",     "Offset",  "VirtAddr",
+                           "PhysAddr", "FileSize", "MemSize", "Flags",
+                           "Align",    "Sections"};
+                 }
+                 const SegmentView& g = segments[row - 1];
+                 std::vector<absl::string_view> names;
+                 for (uint16_t index : g.sections) {
+                   names.push_back(image.sectionName(index));
+                 }
+                 return {absl::StrFormat("[%2u]", row - 1),
+                         segmentTypeName(g.type).short_name,
+                         absl::StrFormat("%06x", g.offset),
+                         hex(g.virtual_address),
+                         hex(g.physical_address),
+                         absl::StrFormat("%06x", g.file_size),
+                         absl::StrFormat("%06x", g.memory_size),
+                         segmentFlagLetters(g.flags),
+                         absl::StrFormat("0x%x", g.alignment),
+                         absl::StrJoin(names, " ")};
+               });
   }
 
   if (elf.commentInfo) {
-    absl::StrAppend(out, "\nComment lines (", elf.commentInfo->size(), "):\n");
+    out << "\nComment lines (" << elf.commentInfo->size() << "):\n";
     for (absl::string_view line : *elf.commentInfo) {
-      absl::StrAppend(out, "  ", quoteText(line), "\n");
+      out << "  " << quoteText(line) << "\n";
     }
   } else {
-    absl::StrAppend(out, "\nComment lines: none (no .comment data)\n");
+    out << "\nComment lines: none (no .comment data)\n";
   }
   if (elf.text) {
-    absl::StrAppend(out, "Text: ", elf.text->size(), " bytes at ",
-                    hexValue(elf.getTextAddr(), 8), "\n");
+    out << "Text: " << elf.text->size() << " bytes at "
+        << hexValue(elf.getTextAddr(), 8) << "\n";
   } else {
-    absl::StrAppend(out, "Text: none (no .text section)\n");
+    out << "Text: none (no .text section)\n";
   }
 }
 
-void writeNames(JsonWriter& json, const std::vector<std::string>& names) {
-  json.beginArray();
-  for (const std::string& name : names) json.string(name);
-  json.endArray();
-}
-
-void writeJson(const ELF& elf, const engine::Image& image, std::string* out) {
-  JsonWriter json(out);
-  json.beginObject();
-  json.member("schema", uint64_t{1});
-  json.member("class", className(image.elfClass()));
-  json.member("byte_order", byteOrderName(image.encoding()));
-  json.member("type", uint64_t{elf.getType()});
+void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
+  JsonStream json(out);
+  json.member("schema", 1);
+  json.member("class", image.className());
+  json.member("byte_order", image.byteOrderName());
+  json.member("type", elf.getType());
   json.member("type_name", fileTypeName(elf.getType()).long_name);
-  json.member("machine", uint64_t{elf.getMachine()});
+  json.member("machine", elf.getMachine());
   json.member("entry", elf.getEntry());
-
-  json.key("sections");
-  json.beginArray();
-  for (size_t i = 0; i < image.sections().size(); ++i) {
-    const engine::Section& s = image.sections()[i];
-    json.beginObject();
-    json.member("index", uint64_t{i});
-    json.member("name", s.name);
-    json.member("type", uint64_t{s.header.type});
-    json.member("type_name", sectionTypeName(s.header.type).long_name);
-    json.member("flags", s.header.flags);
-    json.key("flag_names");
-    writeNames(json, sectionFlagNames(s.header.flags));
-    json.member("address", s.header.addr);
-    json.member("offset", s.header.offset);
-    json.member("recorded_size", s.header.size);
-    json.member("bytes_held", uint64_t{s.bytes().size()});
-    json.member("alignment", s.header.addralign);
-    json.endObject();
+  json.beginArray("sections");
+  for (size_t i = 0; i < image.sections.size(); ++i) {
+    const SectionView& s = image.sections[i];
+    json.element({{"index", i},
+                  {"name", jsonText(s.name)},
+                  {"type", s.type},
+                  {"type_name", sectionTypeName(s.type).long_name},
+                  {"flags", s.flags},
+                  {"flag_names", sectionFlagNames(s.flags)},
+                  {"address", s.address},
+                  {"offset", s.offset},
+                  {"recorded_size", s.size},
+                  {"bytes_held", s.bytes.size()},
+                  {"alignment", s.alignment}});
   }
   json.endArray();
-
-  json.key("segments");
-  json.beginArray();
-  for (size_t i = 0; i < image.segments().size(); ++i) {
-    const engine::Segment& g = image.segments()[i];
-    json.beginObject();
-    json.member("index", uint64_t{i});
-    json.member("type", uint64_t{g.header.type});
-    json.member("type_name", segmentTypeName(g.header.type).long_name);
-    json.member("flags", uint64_t{g.header.flags});
-    json.key("flag_names");
-    writeNames(json, segmentFlagNames(g.header.flags));
-    json.member("offset", g.header.offset);
-    json.member("virtual_address", g.header.vaddr);
-    json.member("physical_address", g.header.paddr);
-    json.member("file_size", g.header.filesz);
-    json.member("memory_size", g.header.memsz);
-    json.member("alignment", g.header.align);
-    json.key("sections");
-    json.beginArray();
+  json.beginArray("segments");
+  for (size_t i = 0; i < image.segments.size(); ++i) {
+    const SegmentView& g = image.segments[i];
+    Json sections = Json::array();
     for (uint16_t index : g.sections) {
-      json.beginObject();
-      json.member("index", uint64_t{index});
-      json.member("name", sectionNameAt(image, index));
-      json.endObject();
+      sections.push_back(
+          {{"index", index}, {"name", jsonText(image.sectionName(index))}});
     }
-    json.endArray();
-    json.endObject();
+    json.element({{"index", i},
+                  {"type", g.type},
+                  {"type_name", segmentTypeName(g.type).long_name},
+                  {"flags", g.flags},
+                  {"flag_names", segmentFlagNames(g.flags)},
+                  {"offset", g.offset},
+                  {"virtual_address", g.virtual_address},
+                  {"physical_address", g.physical_address},
+                  {"file_size", g.file_size},
+                  {"memory_size", g.memory_size},
+                  {"alignment", g.alignment},
+                  {"sections", std::move(sections)}});
   }
   json.endArray();
-
-  json.key("comment_lines");
+  Json lines;  // null without .comment data
   if (elf.commentInfo) {
-    json.beginArray();
-    for (absl::string_view line : *elf.commentInfo) json.string(line);
-    json.endArray();
-  } else {
-    json.null();
+    lines = Json::array();
+    for (absl::string_view line : *elf.commentInfo) {
+      lines.push_back(jsonText(line));
+    }
   }
-  json.key("text");
-  if (elf.text) {
-    json.beginObject();
-    json.member("address", uint64_t{elf.getTextAddr()});
-    json.member("size", uint64_t{elf.text->size()});
-    json.member("bytes", toHex(elf.text->data(), elf.text->size()));
-    json.endObject();
-  } else {
-    json.null();
-  }
-  json.endObject();
+  json.member("comment_lines", lines);
+  json.member("text", elf.text ? Json{{"address", elf.getTextAddr()},
+                                      {"size", elf.text->size()},
+                                      {"bytes", toHex(*elf.text)}}
+                               : Json());
+  json.end();
 }
 
-int runInfo(const std::vector<std::string>& args, std::string* out) {
-  FileArgs parsed = parseFileArgs(args, {"--json"});
-  if (parsed.help) {
-    *out = kHelp;
+std::function<int()> declareInfo(CLI::App& app) {
+  auto args = declareFileArgs(app, "--json");
+  return [args] {
+    ELF elf = loadImage(args->file);
+    ImageView image = viewOf(elf);
+    args->flag ? writeJson(elf, image, std::cout)
+               : writeText(elf, image, std::cout);
     return kExitOk;
-  }
-  ImageFile file = loadImageFile(parsed.file);
-  const engine::Image& image = imageOf(file.elf);
-  if (parsed.has("--json")) {
-    writeJson(file.elf, image, out);
-  } else {
-    writeText(file.elf, image, out);
-  }
-  return kExitOk;
+  };
+}
+
+std::function<int()> declareCheck(CLI::App& app) {
+  auto args = declareFileArgs(app, nullptr);
+  return [args] {
+    loadImage(args->file);  // throws with the reason
+    std::cout << args->file << ": ok\n";
+    return kExitOk;
+  };
 }
 
 }  // namespace
 
-const Command kInfoCommand = {"info", "header, sections and segments", kHelp,
-                              runInfo};
+const Command kInfoCommand = {
+    "info", "header, sections and segments",
+    "usage: zelk-elf info FILE [--json]\n\n"
+    "The ELF header, section table, segments, .comment lines and .text size\n"
+    "of FILE ('-': standard input).\n\n"
+    "  --json   machine-readable output (schema 1, see docs/cli.md)\n",
+    declareInfo};
+
+const Command kCheckCommand = {
+    "check", "exit 0 if the image loads, else why",
+    "usage: zelk-elf check FILE\n\n"
+    "Prints \"FILE: ok\" and exits with 0 when the image loads; otherwise\n"
+    "says why in one line on stderr and exits with 1.\n",
+    declareCheck};
 
 }  // namespace cli
 }  // namespace zelk_elf

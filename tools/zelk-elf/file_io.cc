@@ -1,112 +1,129 @@
-#include "tools/zelk-elf/file_io.h"
-
+// Inputs with an end, and outputs that never replace what is not a regular
+// file.
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "absl/cleanup/cleanup.h"
+#include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
-#include "tools/zelk-elf/cli_error.h"
+#include "elf/internal.h"
+#include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
 namespace {
 
-std::string errnoText() { return std::strerror(errno); }
+// Inputs without a size (pipes, devices) are read up to this much; a
+// regular file is read by its size, whatever that is.
+constexpr size_t kMaxStreamedInput = size_t{1} << 30;
 
-// Closes the descriptor it owns.
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  ~FileDescriptor() {
-    if (fd_ >= 0) ::close(fd_);
+CliError failure(const char* verb, const std::string& path,
+                 const char* reason = nullptr) {
+  return imageError(absl::StrCat("cannot ", verb, " '", path, "': ",
+                                 reason ? reason : std::strerror(errno)));
+}
+
+// Fills `buffer` up to its size or the input's end; keeps what was read.
+void fill(int fd, const std::string& path, std::vector<uint8_t>& buffer) {
+  size_t done = 0;
+  while (done < buffer.size()) {
+    ssize_t n = ::read(fd, buffer.data() + done, buffer.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw failure("read", path);
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
   }
-  int get() const { return fd_; }
-  // Closes now, reporting the result (a deferred write error shows here).
-  bool close() {
-    int fd = fd_;
-    fd_ = -1;
-    return ::close(fd) == 0;
-  }
-
- private:
-  int fd_;
-};
-
-// Removes the temporary file unless the rename succeeded.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile() {
-    if (!path_.empty()) ::unlink(path_.c_str());
-  }
-  void release() { path_.clear(); }
-
- private:
-  std::string path_;
-};
+  buffer.resize(done);
+}
 
 }  // namespace
 
-std::vector<uint8_t> readFile(const std::string& path) {
-  FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (fd.get() < 0) {
-    throw imageError(absl::StrCat("cannot open '", path, "': ", errnoText()));
-  }
+std::vector<uint8_t> readInput(const std::string& path) {
+  const int fd =
+      path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) throw failure("open", path);
+  absl::Cleanup close = [fd] {
+    if (fd != STDIN_FILENO) ::close(fd);
+  };
   struct stat info;
-  if (::fstat(fd.get(), &info) != 0) {
-    throw imageError(absl::StrCat("cannot read '", path, "': ", errnoText()));
+  if (::fstat(fd, &info) != 0) throw failure("read", path);
+  if (S_ISDIR(info.st_mode)) throw failure("read", path, "Is a directory");
+  // A regular file in one read of its size; anything else in chunks, so
+  // nothing is copied while it grows.
+  const bool regular = S_ISREG(info.st_mode);
+  const size_t chunk = size_t{1} << 20;
+  const char* const kTooLarge = "larger than the 1 GiB limit of an input without a size";
+  if (regular && static_cast<uint64_t>(info.st_size) > SIZE_MAX) {
+    throw failure("read", path, "too large for this machine's memory");
   }
-  if (S_ISDIR(info.st_mode)) {
-    throw imageError(absl::StrCat("cannot read '", path, "': Is a directory"));
-  }
+  std::vector<std::vector<uint8_t>> chunks;
+  size_t total = 0;
+  do {
+    chunks.emplace_back(regular ? static_cast<size_t>(info.st_size) : chunk);
+    fill(fd, path, chunks.back());
+    total += chunks.back().size();
+    if (!regular && total > kMaxStreamedInput) throw failure("read", path, kTooLarge);
+  } while (!regular && chunks.back().size() == chunk);
+  if (chunks.size() == 1) return std::move(chunks[0]);
   std::vector<uint8_t> bytes;
-  uint8_t buffer[1 << 16];
-  for (;;) {
-    ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      throw imageError(absl::StrCat("cannot read '", path, "': ", errnoText()));
-    }
-    if (n == 0) break;
-    bytes.insert(bytes.end(), buffer, buffer + n);
+  bytes.reserve(total);
+  for (std::vector<uint8_t>& piece : chunks) {
+    bytes.insert(bytes.end(), piece.begin(), piece.end());
+    std::vector<uint8_t>().swap(piece);
   }
   return bytes;
 }
 
-void writeFileAtomically(const std::string& path,
-                         absl::Span<const uint8_t> bytes) {
-  std::string temp_path = path + ".tmp-XXXXXX";
-  FileDescriptor fd(::mkstemp(&temp_path[0]));
-  if (fd.get() < 0) {
-    throw imageError(absl::StrCat("cannot write '", path, "': ", errnoText()));
+ELF loadImage(const std::string& path) {
+  absl::StatusOr<ELF> elf = loadWithReason(readInput(path));
+  if (!elf.ok()) {
+    throw imageError(absl::StrCat("'", path, "': ", elf.status().message()));
   }
-  TemporaryFile temp(temp_path);
-  // mkstemp makes the file private; give it the mode a plain create would.
-  mode_t mask = ::umask(0);
+  return *std::move(elf);
+}
+
+void writeOutput(const std::string& path, absl::Span<const uint8_t> bytes) {
+  if (path == "-") {
+    std::cout.write(reinterpret_cast<const char*>(bytes.data()),
+                    static_cast<std::streamsize>(bytes.size()));
+    if (!std::cout.flush()) throw imageError("cannot write to standard output");
+    return;
+  }
+  // A link stays and its target is replaced (a link to nothing is not).
+  char resolved[PATH_MAX];
+  const std::string target =
+      ::realpath(path.c_str(), resolved) ? resolved : path;
+  struct stat info;
+  const bool exists = ::stat(target.c_str(), &info) == 0;
+  // A device, FIFO, socket or directory replaced by a regular file would
+  // break whatever relies on it (as root, even /dev/null).
+  if (exists && !S_ISREG(info.st_mode)) {
+    throw failure("write", path, "not a regular file");
+  }
+  std::string temp = target + ".tmp-XXXXXX";
+  const int fd = ::mkstemp(&temp[0]);
+  if (fd < 0) throw failure("write", path);
+  absl::Cleanup remove = [&temp] { ::unlink(temp.c_str()); };
+  // The mode of the file replaced, or of a plain create.
+  const mode_t mask = ::umask(0);
   ::umask(mask);
-  const auto fail = [&path]() {
-    return imageError(absl::StrCat("cannot write '", path, "': ", errnoText()));
-  };
-  if (::fchmod(fd.get(), 0666 & ~mask) != 0) throw fail();
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = ::write(fd.get(), bytes.data() + done, bytes.size() - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      throw fail();
-    }
-    done += static_cast<size_t>(n);
+  bool ok = ::fchmod(fd, exists ? info.st_mode & 07777 : 0666 & ~mask) == 0;
+  for (size_t done = 0; ok && done < bytes.size();) {
+    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    ok = n >= 0 || errno == EINTR;
+    done += n > 0 ? static_cast<size_t>(n) : 0;
   }
-  if (!fd.close()) throw fail();
-  if (::rename(temp_path.c_str(), path.c_str()) != 0) throw fail();
-  temp.release();
+  // close() reports deferred write errors.
+  ok = ::close(fd) == 0 && ok;
+  if (!ok || ::rename(temp.c_str(), target.c_str()) != 0) {
+    throw failure("write", path);
+  }
+  std::move(remove).Cancel();
 }
 
 }  // namespace cli

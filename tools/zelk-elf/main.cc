@@ -1,30 +1,38 @@
-// zelk-elf: inspect and edit zelk ELF images, including the compiler's debug
-// information in the ".zelk.dbg." sections.
+// zelk-elf: inspect, compare and edit zelk ELF images, including the
+// compiler's debug information in the ".zelk.dbg." sections.
 #include <cstdio>
-#include <exception>
-#include <string>
-#include <vector>
+#include <new>
 
+#include "CLI/CLI.hpp"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
 #include "absl/strings/str_replace.h"
-#include "tools/zelk-elf/cli_error.h"
-#include "tools/zelk-elf/command.h"
+#include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
+
+std::shared_ptr<const FileArgs> declareFileArgs(CLI::App& app,
+                                                const char* flag) {
+  auto args = std::make_shared<FileArgs>();
+  app.add_option("FILE", args->file)->required();
+  if (flag != nullptr) app.add_flag(flag, args->flag);
+  return args;
+}
+
 namespace {
 
-const Command* const kCommands[] = {&kInfoCommand, &kDebugCommand,
-                                    &kCfgCommand,  &kCheckCommand,
-                                    &kEditCommand, &kSampleCommand};
+const Command* const kCommands[] = {
+    &kInfoCommand, &kDebugCommand, &kCfgCommand,   &kCheckCommand,
+    &kDiffCommand, &kEditCommand,  &kSampleCommand};
 
 std::string generalHelp() {
   std::string text =
       "usage: zelk-elf COMMAND [arguments]\n"
       "\n"
-      "Inspects and edits ELF images of the zelk processor, including the\n"
-      "compiler's debug information in the .zelk.dbg. sections.\n"
+      "Inspects, compares and edits ELF images of the zelk processor,\n"
+      "including the compiler's debug information in the .zelk.dbg.\n"
+      "sections.\n"
       "\n"
       "Commands:\n";
   for (const Command* command : kCommands) {
@@ -35,62 +43,57 @@ std::string generalHelp() {
                   "\n"
                   "Run 'zelk-elf COMMAND --help' for the arguments of one.\n"
                   "Exit codes: 0 success, 1 bad or unreadable image (or a\n"
-                  "failed write), 2 bad usage.\n");
+                  "failed write, or images that differ), 2 bad usage.\n");
   return text;
 }
 
-bool writeAll(std::FILE* stream, const std::string& text) {
-  return std::fwrite(text.data(), 1, text.size(), stream) == text.size() &&
-         std::fflush(stream) == 0;
-}
-
 // Errors take one line even when they quote arguments holding newlines.
-void printError(const std::string& message) {
+int fail(int code, const std::string& message) {
   std::string line =
       absl::StrReplaceAll(message, {{"\n", "\\n"}, {"\r", "\\r"}});
-  writeAll(stderr, absl::StrCat("zelk-elf: ", line, "\n"));
-}
-
-int fail(const std::string& message) {
-  printError(message);
-  return kExitUsage;
+  std::cout.flush();
+  std::fputs(absl::StrCat("zelk-elf: ", line, "\n").c_str(), stderr);
+  return code;
 }
 
 int run(int argc, char** argv) {
-  if (argc < 2) return fail("missing COMMAND (see 'zelk-elf --help')");
-  std::string name = argv[1];
-  if (isHelpArg(name) || name == "help") {
-    writeAll(stdout, generalHelp());
-    return kExitOk;
+  if (argc < 2)
+    return fail(kExitUsage, "missing COMMAND (see 'zelk-elf --help')");
+  const std::string name = argv[1];
+  if (name == "--help" || name == "-h" || name == "help") {
+    std::cout << generalHelp();
+    return std::cout.flush() ? kExitOk : kExitBadImage;
   }
   const Command* command = nullptr;
   for (const Command* candidate : kCommands) {
     if (name == candidate->name) command = candidate;
   }
   if (command == nullptr) {
-    return fail(
-        absl::StrCat("unknown command '", name, "' (see 'zelk-elf --help')"));
+    return fail(kExitUsage, absl::StrCat("unknown command '", name,
+                                         "' (see 'zelk-elf --help')"));
   }
-
-  std::vector<std::string> args(argv + 2, argv + argc);
-  std::string out;
+  const std::string hint = absl::StrCat(" (see 'zelk-elf ", name, " --help')");
+  CLI::App app(command->summary, name);
+  app.set_help_flag("-h,--help");
   int code;
   try {
-    code = command->run(args, &out);
+    std::function<int()> body = command->declare(app);
+    app.parse(argc - 1, argv + 1);  // the command stands in for the program
+    code = body();
+  } catch (const CLI::CallForHelp&) {
+    std::cout << command->help;
+    code = kExitOk;
+  } catch (const CLI::ParseError& error) {
+    return fail(kExitUsage, absl::StrCat(name, ": ", error.what(), hint));
   } catch (const CliError& error) {
-    std::string message = absl::StrCat(name, ": ", error.what());
-    if (error.exitCode() == kExitUsage) {
-      absl::StrAppend(&message, " (see 'zelk-elf ", name, " --help')");
-    }
-    printError(message);
-    return error.exitCode();
+    return fail(error.exit_code,
+                absl::StrCat(name, ": ", error.what(), error.hint ? hint : ""));
   } catch (const std::bad_alloc&) {
-    printError(absl::StrCat(name, ": out of memory"));
-    return kExitBadImage;
+    return fail(kExitBadImage, absl::StrCat(name, ": out of memory"));
   }
-  if (!writeAll(stdout, out)) {
-    printError(absl::StrCat(name, ": cannot write to standard output"));
-    return kExitBadImage;
+  if (!std::cout.flush()) {
+    return fail(kExitBadImage,
+                absl::StrCat(name, ": cannot write to standard output"));
   }
   return code;
 }
@@ -99,4 +102,8 @@ int run(int argc, char** argv) {
 }  // namespace cli
 }  // namespace zelk_elf
 
-int main(int argc, char** argv) { return zelk_elf::cli::run(argc, argv); }
+int main(int argc, char** argv) {
+  // Output goes out as it is made, through one buffered stream.
+  std::ios::sync_with_stdio(false);
+  return zelk_elf::cli::run(argc, argv);
+}

@@ -1,0 +1,307 @@
+// zelk-elf diff: a structural comparison of two images. What saving derives
+// (file offsets, segment file sizes and alignments, the section-name string
+// table) is left out, so an image equals its own re-save; .comment and the
+// .zelk.dbg. sections are compared decoded, without their map order.
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "CLI/CLI.hpp"
+#include "absl/strings/match.h"
+#include "absl/strings/str_cat.h"
+#include "absl/strings/str_format.h"
+#include "tools/zelk-elf/image_view.h"
+#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/tool.h"
+
+namespace zelk_elf {
+namespace cli {
+namespace {
+
+// Writes each difference as soon as it is found.
+class Differ {
+ public:
+  explicit Differ(bool json) {
+    if (!json) return;
+    json_ = std::make_unique<JsonStream>(std::cout);
+    json_->member("schema", 1);
+    json_->beginArray("differences");
+  }
+
+  // `before` in A, `after` in B, null where one has none: objects member by
+  // member, arrays element by element.
+  void values(const std::string& path, const Json& before, const Json& after) {
+    if (before == after) return;
+    if (before.is_object() && after.is_object()) {
+      for (const auto* side : {&before, &after}) {
+        for (const auto& member : side->items()) {
+          if (side == &after && before.contains(member.key())) continue;
+          values(path.empty() ? member.key() : path + "." + member.key(),
+                 before.value(member.key(), Json()),
+                 after.value(member.key(), Json()));
+        }
+      }
+    } else if (before.is_array() && after.is_array()) {
+      for (size_t i = 0; i < std::max(before.size(), after.size()); ++i) {
+        values(absl::StrCat(path, "[", i, "]"),
+               i < before.size() ? before[i] : Json(),
+               i < after.size() ? after[i] : Json());
+      }
+    } else {
+      report(path, before, after, Json(), Json());
+    }
+  }
+
+  // Bytes differing at `count` offsets, the first at `offset`.
+  void bytes(const std::string& path, absl::Span<const uint8_t> before,
+             absl::Span<const uint8_t> after) {
+    size_t count = 0, first = 0;
+    for (size_t i = 0; i < std::max(before.size(), after.size()); ++i) {
+      if (i >= before.size() || i >= after.size() || before[i] != after[i]) {
+        if (count++ == 0) first = i;
+      }
+    }
+    if (count > 0) report(path, before.size(), after.size(), first, count);
+  }
+
+  // Ends the output; the exit code is 0 when equal, 1 when not.
+  int finish() {
+    if (json_) {
+      json_->endArray();
+      json_->member("equal", count_ == 0);
+      json_->end();
+    } else if (count_ == 0) {
+      std::cout << "equal\n";
+    }
+    return count_ == 0 ? kExitOk : kExitBadImage;
+  }
+
+ private:
+  void report(const std::string& path, const Json& before, const Json& after,
+              const Json& offset, const Json& count) {
+    ++count_;
+    if (json_) {
+      json_->element({{"path", path},
+                      {"before", before},
+                      {"after", after},
+                      {"offset", offset},
+                      {"count", count}});
+    } else if (!offset.is_null()) {
+      std::cout << absl::StrFormat(
+          "%s: %u bytes differ from offset 0x%x (%u -> %u bytes)\n", path,
+          count.get<uint64_t>(), offset.get<uint64_t>(), before.get<uint64_t>(),
+          after.get<uint64_t>());
+    } else {
+      std::cout << path << ": " << show(path, before) << " -> "
+                << show(path, after) << "\n";
+    }
+  }
+
+  // Addresses and flags in hex, strings quoted, records as compact JSON.
+  static std::string show(const std::string& path, const Json& value) {
+    static const auto* const kHex =
+        new std::set<std::string>{"address",         "start",           "end",
+                                  "entry",           "machine",         "flags",
+                                  "virtual_address", "physical_address"};
+    const std::string member = path.substr(path.rfind('.') + 1);
+    if (value.is_null()) return "absent";
+    if (value.is_string()) return quoteText(value.get<std::string>());
+    if (value.is_number_unsigned() && kHex->count(member) > 0) {
+      return absl::StrFormat("0x%x", value.get<uint64_t>());
+    }
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  }
+
+  std::unique_ptr<JsonStream> json_;
+  size_t count_ = 0;
+};
+
+// Sections whose bytes are not compared: derived, or compared decoded.
+bool skipsBytes(const ImageView& image, size_t index) {
+  absl::string_view name = image.sections[index].name;
+  return index == image.section_names || name == ".comment" ||
+         absl::StartsWith(name, ".zelk.dbg.");
+}
+
+Json headerJson(const ELF& elf, const ImageView& image) {
+  return {{"class", image.className()}, {"byte_order", image.byteOrderName()},
+          {"type", elf.getType()},      {"machine", elf.getMachine()},
+          {"entry", elf.getEntry()},    {"flags", image.flags}};
+}
+
+// The recorded size only where the bytes line does not show it.
+Json sectionJson(const ImageView& image, size_t index) {
+  const SectionView& s = image.sections[index];
+  Json json = {{"index", index},           {"type", s.type},
+               {"flags", s.flags},         {"address", s.address},
+               {"alignment", s.alignment}, {"entry_size", s.entry_size},
+               {"link", s.link},           {"info", s.info}};
+  if (s.size != s.bytes.size() && !skipsBytes(image, index)) {
+    json["recorded_size"] = s.size;
+  }
+  return json;
+}
+
+// Sections match by name, the k-th of a name in A with the k-th in B; the
+// path names the k-th as "name"#k.
+std::vector<std::string> sectionPaths(const ImageView& image) {
+  std::map<absl::string_view, size_t> seen;
+  std::vector<std::string> paths;
+  for (const SectionView& s : image.sections) {
+    const size_t k = ++seen[s.name];
+    paths.push_back(absl::StrCat("sections[", quoteText(s.name),
+                                 k > 1 ? absl::StrCat("#", k) : "", "]"));
+  }
+  return paths;
+}
+
+void compareSections(Differ& differ, const ImageView& a, const ImageView& b) {
+  const std::vector<std::string> paths_a = sectionPaths(a);
+  const std::vector<std::string> paths_b = sectionPaths(b);
+  std::map<std::string, size_t> unmatched;
+  for (size_t j = 0; j < paths_b.size(); ++j) unmatched[paths_b[j]] = j;
+  for (size_t i = 0; i < paths_a.size(); ++i) {
+    auto found = unmatched.find(paths_a[i]);
+    if (found == unmatched.end()) {
+      differ.values(paths_a[i], sectionJson(a, i), Json());
+      continue;
+    }
+    const size_t j = found->second;
+    unmatched.erase(found);
+    differ.values(paths_a[i], sectionJson(a, i), sectionJson(b, j));
+    if (!skipsBytes(a, i) && !skipsBytes(b, j)) {
+      differ.bytes(paths_a[i] + ".bytes", a.sections[i].bytes,
+                   b.sections[j].bytes);
+    }
+  }
+  for (size_t j = 0; j < paths_b.size(); ++j) {
+    if (unmatched.count(paths_b[j])) {
+      differ.values(paths_b[j], Json(), sectionJson(b, j));
+    }
+  }
+}
+
+Json segmentJson(const ImageView& image, size_t index) {
+  const SegmentView& g = image.segments[index];
+  Json names = Json::array();
+  for (uint16_t k : g.sections) names.push_back(jsonText(image.sectionName(k)));
+  return {{"type", g.type},
+          {"flags", g.flags},
+          {"virtual_address", g.virtual_address},
+          {"physical_address", g.physical_address},
+          {"memory_size", g.memory_size},
+          {"sections", std::move(names)}};
+}
+
+// visit(step, x, y) for entries of lists by position, of maps by key.
+template <typename T, typename Visit>
+void forPairs(const std::vector<T>& a, const std::vector<T>& b, Visit visit) {
+  for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+    visit(absl::StrCat("[", i, "]"), i < a.size() ? &a[i] : nullptr,
+          i < b.size() ? &b[i] : nullptr);
+  }
+}
+
+template <typename V, typename Visit>
+void forPairs(const std::unordered_map<std::string, V>& a,
+              const std::unordered_map<std::string, V>& b, Visit visit) {
+  std::set<std::string> keys;
+  for (const auto* map : {&a, &b}) {
+    for (const auto& entry : *map) keys.insert(entry.first);
+  }
+  for (const std::string& key : keys) {
+    auto x = a.find(key);
+    auto y = b.find(key);
+    visit("[" + quoteText(key) + "]", x == a.end() ? nullptr : &*x,
+          y == b.end() ? nullptr : &*y);
+  }
+}
+
+// A list or map value: its presence, then entry by entry.
+template <typename T>
+void compareEntries(Differ& differ, const std::string& key, const T* a,
+                    const T* b) {
+  if (a == nullptr && b == nullptr) return;
+  differ.values(key, a ? Json::array() : Json(), b ? Json::array() : Json());
+  const T empty;
+  forPairs(a ? *a : empty, b ? *b : empty,
+           [&](const std::string& step, const auto* x, const auto* y) {
+             if (x == nullptr || y == nullptr || !(*x == *y)) {
+               differ.values(key + step, x ? toJson(x) : Json(),
+                             y ? toJson(y) : Json());
+             }
+           });
+}
+
+template <typename T>
+const T* pointer(const absl::optional<T>& value) {
+  return value ? &*value : nullptr;
+}
+
+template <typename T>
+Json optionalJson(const absl::optional<T>& value) {
+  return value ? toJson(*value) : Json();
+}
+
+int runDiff(const std::string& path_a, const std::string& path_b, bool json) {
+  const ELF a = loadImage(path_a);
+  const ELF b = loadImage(path_b);
+  const ImageView view_a = viewOf(a);
+  const ImageView view_b = viewOf(b);
+  Differ differ(json);
+  differ.values("", headerJson(a, view_a), headerJson(b, view_b));
+  compareSections(differ, view_a, view_b);
+  for (size_t i = 0;
+       i < std::max(view_a.segments.size(), view_b.segments.size()); ++i) {
+    differ.values(absl::StrCat("segments[", i, "]"),
+                  i < view_a.segments.size() ? segmentJson(view_a, i) : Json(),
+                  i < view_b.segments.size() ? segmentJson(view_b, i) : Json());
+  }
+  compareEntries(differ, "comment_lines", pointer(a.commentInfo),
+                 pointer(b.commentInfo));
+  differ.values("debug_id", optionalJson(a.dbgID), optionalJson(b.dbgID));
+  compareEntries(differ, "spill_list", listOf(a.spillInfo, &SpillInfo::locs),
+                 listOf(b.spillInfo, &SpillInfo::locs));
+  compareEntries(differ, "swp_list", listOf(a.swpInfo, &SWPInfo::locs),
+                 listOf(b.swpInfo, &SWPInfo::locs));
+  compareEntries(differ, "cfg_edges",
+                 listOf(a.cfgInfo, &ControlFlowGraph::edges),
+                 listOf(b.cfgInfo, &ControlFlowGraph::edges));
+  compareEntries(differ, "source_map", pointer(a.srcInfo), pointer(b.srcInfo));
+  compareEntries(differ, "symbol_map", pointer(a.symInfo), pointer(b.symInfo));
+  differ.values("pm_size", a.pmSize ? Json(*a.pmSize) : Json(),
+                b.pmSize ? Json(*b.pmSize) : Json());
+  differ.values("verify_info", optionalJson(a.verifyInfo),
+                optionalJson(b.verifyInfo));
+  compareEntries(differ, "latency_list",
+                 listOf(a.latencyInfo, &LatencyInfo::locs),
+                 listOf(b.latencyInfo, &LatencyInfo::locs));
+  return differ.finish();
+}
+
+std::function<int()> declareDiff(CLI::App& app) {
+  struct Args {
+    std::string a, b;
+    bool json = false;
+  };
+  auto args = std::make_shared<Args>();
+  app.add_option("A", args->a)->required();
+  app.add_option("B", args->b)->required();
+  app.add_flag("--json", args->json);
+  return [args] { return runDiff(args->a, args->b, args->json); };
+}
+
+}  // namespace
+
+const Command kDiffCommand = {
+    "diff", "compare two images structurally",
+    "usage: zelk-elf diff A B [--json]\n\n"
+    "One line per difference, 'PATH: BEFORE -> AFTER', or \"equal\": header,\n"
+    "sections matched by name, segments, comment lines and each debug value\n"
+    "element by element, not the layout saving recomputes. Exits with 0 when\n"
+    "equal, 1 when not, 2 on bad usage.\n\n"
+    "  --json   the differences as data (see docs/cli.md)\n",
+    declareDiff};
+
+}  // namespace cli
+}  // namespace zelk_elf

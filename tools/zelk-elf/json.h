@@ -1,0 +1,76 @@
+// JSON through nlohmann::json: the records of the debug information as the
+// documents show them, and a writer that streams one document.
+#ifndef ZELK_ELF_TOOLS_ZELK_ELF_JSON_H_
+#define ZELK_ELF_TOOLS_ZELK_ELF_JSON_H_
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <tuple>
+
+#include "absl/strings/string_view.h"
+#include "nlohmann/json.hpp"
+#include "zelk_elf/elf.h"
+
+namespace zelk_elf {
+namespace cli {
+
+// Members keep the order they are given in.
+using Json = nlohmann::ordered_json;
+
+// `bytes` as a JSON string: valid UTF-8 as it is; otherwise every byte
+// above 0x7f becomes the character of the same value (U+0080 to U+00FF),
+// so the bytes can be told from the text.
+std::string jsonText(absl::string_view bytes);
+
+// The list a debug field holds, or null when the field is absent.
+template <typename T, typename List>
+const List* listOf(const absl::optional<T>& field, List T::*member) {
+  return field ? &((*field).*member) : nullptr;
+}
+
+// One record each, with the member names of `debug --json`.
+inline Json toJson(absl::string_view text) { return jsonText(text); }
+Json toJson(const DebugInfoID& id);
+Json toJson(const SpillLoc& loc);
+Json toJson(const SWPLoc& loc);
+Json toJson(const BasicBlockRange& range);
+Json toJson(const std::tuple<BasicBlockRange, BasicBlockRange>& edge);
+Json toJson(const LatencyInfoLoc& loc);
+Json toJson(const SourceMap::value_type& entry);
+Json toJson(const SymbolMap::value_type& entry);
+template <typename T>
+Json toJson(const T* record) {
+  return toJson(*record);
+}
+
+// Writes one JSON object exactly as Json::dump(2) would, but member by member
+// and array element by element, so the document never sits in memory whole.
+class JsonStream {
+ public:
+  explicit JsonStream(std::ostream& out) : out_(out) { out_ << '{'; }
+  JsonStream(const JsonStream&) = delete;
+  JsonStream& operator=(const JsonStream&) = delete;
+
+  void member(absl::string_view key, const Json& value);
+  // An array member, written element by element.
+  void beginArray(absl::string_view key);
+  void element(const Json& value);
+  void endArray() { out_ << (elements_ == 0 ? "[]" : "\n  ]"); }
+  // Closes the object; call once, last.
+  void end() { out_ << "\n}\n"; }
+
+ private:
+  void startMember(absl::string_view key);
+  // `value` indented as if nested `depth` levels deep.
+  void put(const Json& value, int depth);
+
+  std::ostream& out_;
+  bool first_ = true;
+  size_t elements_ = 0;
+};
+
+}  // namespace cli
+}  // namespace zelk_elf
+
+#endif  // ZELK_ELF_TOOLS_ZELK_ELF_JSON_H_
