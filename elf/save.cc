@@ -3,7 +3,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <vector>
+#include <memory>
 
 #include "elf/debug_fields.h"
 #include "elf/free_seek_buf.h"
@@ -19,12 +19,16 @@ absl::StatusOr<ELF::Image> saveWithReason(ELF& elf) noexcept {
     const absl::StatusOr<uint64_t> size = image.layOut();
     if (!size.ok()) return size.status();
     // The layout knows the file's size, so the stream writes into one buffer
-    // made at that size, zeros where nothing is written: it never grows and
-    // is copied once, into the result.
-    std::vector<char> bytes(static_cast<size_t>(*size));
+    // made at that size: it never grows and is copied once, into the result.
+    // The engine writes every byte of it, the gaps as zeros.
+    const size_t length = static_cast<size_t>(*size);
+    const tolva_lib::mem::SystemAllocator memory;
+    const std::unique_ptr<char, void (*)(char*)> bytes(
+        static_cast<char*>(memory.allocate(length)),
+        [](char* p) { tolva_lib::mem::SystemAllocator().deallocate(p); });
     {
       FreeSeekBuf buffer;
-      buffer.pubsetbuf(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+      buffer.pubsetbuf(bytes.get(), static_cast<std::streamsize>(length));
       std::ostringstream stream(std::ios_base::binary);
       // Every write and positioning goes to `buffer`; this also clears the
       // stream state.
@@ -32,12 +36,11 @@ absl::StatusOr<ELF::Image> saveWithReason(ELF& elf) noexcept {
       if (absl::Status s = image.write(stream); !s.ok()) return s;
       // The last run ends the file; anything else means bytes went past the
       // buffer, and the image would come out cut short.
-      if (stream.tellp() != static_cast<std::streamoff>(bytes.size())) {
+      if (stream.tellp() != static_cast<std::streamoff>(length)) {
         return absl::InternalError("the written image does not end where its layout does");
       }
     }
-    return ELF::Image(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(),
-                      tolva_lib::mem::SystemAllocator());
+    return ELF::Image(reinterpret_cast<const uint8_t*>(bytes.get()), length, memory);
   } catch (...) {
     return outOfMemory("saving");
   }

@@ -37,6 +37,9 @@ constexpr uint64_t kMaxSegmentWork = uint64_t{1} << 28;
 
 // One entry of the section table and the bytes it holds.
 struct Section {
+  Section() = default;
+  Section(const SectionHeader& h, bool address_set) : header(h), addr_init(address_set) {}
+
   SectionHeader header;
   // What lookups use: read once at load (or given to Image::addSection) and
   // never re-read from the string table, whatever happens to it later.

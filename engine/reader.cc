@@ -15,6 +15,10 @@ namespace engine {
 // Lets the reader point loaded sections at the image's copy of the input.
 class ImageReader {
  public:
+  // A loaded section: its header as read, its address counted as set.
+  static Section& add(std::vector<Section>& out, const SectionHeader& header) {
+    return out.emplace_back(header, true);
+  }
   static void view(Section& s, absl::Span<const uint8_t> bytes) {
     s.bytes_ = bytes.empty() ? absl::Span<const uint8_t>() : bytes;
   }
@@ -49,9 +53,9 @@ size_t readSections(ByteView input, const FileHeader& h, const RecordFormat& f,
   out.reserve(h.shnum);
   // Every loaded section counts as having its address set.
   const auto add = [&](ByteView entry, bool holds_data) {
-    Section& s = out.emplace_back();
-    s.addr_init = true;
-    f.decodeSectionHeader(entry, &s.header);
+    SectionHeader header;
+    f.decodeSectionHeader(entry, &header);
+    Section& s = ImageReader::add(out, header);
     if (holds_data) ImageReader::view(s, heldBytes(s.header, input));
   };
   if (auto table = input.table(h.shoff, h.shnum, h.shentsize, record)) {
@@ -61,7 +65,7 @@ size_t readSections(ByteView input, const FileHeader& h, const RecordFormat& f,
   size_t cut = h.shnum;
   for (size_t i = 0; i < h.shnum; ++i) {
     if (cut != h.shnum) {
-      out.emplace_back().addr_init = true;
+      ImageReader::add(out, SectionHeader());
       continue;
     }
     const absl::optional<uint64_t> at = ByteView::entryOffset(h.shoff, i, h.shentsize);
@@ -78,6 +82,15 @@ size_t readSections(ByteView input, const FileHeader& h, const RecordFormat& f,
   return cut;
 }
 
+// A section index with the value it is ordered by.
+struct Keyed {
+  uint64_t key;
+  uint32_t index;
+  bool operator<(const Keyed& o) const {
+    return key != o.key ? key < o.key : index < o.index;
+  }
+};
+
 // Resolves names once, through the table e_shstrndx names: a name is the
 // bytes from its offset to the next NUL the table holds. Offsets are taken
 // in ascending order, so each NUL is searched for once however many names
@@ -86,15 +99,15 @@ void readNames(const FileHeader& h, std::vector<Section>& sections) {
   if (h.shstrndx == 0 || h.shstrndx >= sections.size()) return;
   const absl::Span<const uint8_t> table = sections[h.shstrndx].bytes();
   if (table.empty()) return;
-  absl::InlinedVector<uint32_t, 64> order(sections.size());
-  for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<uint32_t>(i);
-  std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-    return sections[a].header.name < sections[b].header.name;
-  });
+  absl::InlinedVector<Keyed, 64> order(sections.size());
+  for (uint32_t i = 0; i < order.size(); ++i) {
+    order[i].key = sections[i].header.name;
+    order[i].index = i;
+  }
+  if (!std::is_sorted(order.begin(), order.end())) std::sort(order.begin(), order.end());
   size_t nul = 0;  // first NUL at or after the previous offset
   bool nul_valid = false;
-  for (uint32_t i : order) {
-    const uint64_t k = sections[i].header.name;
+  for (const auto [k, i] : order) {
     if (k >= table.size()) break;
     if (!nul_valid || k > nul) {
       const void* found = std::memchr(table.data() + k, 0, table.size() - k);
@@ -119,19 +132,17 @@ bool within(uint64_t b, uint64_t n, uint64_t lo, uint64_t hi) {
 // its range; members come out in index order.
 absl::Status computeMembership(const std::vector<Section>& sections,
                                std::vector<Segment>& segments) {
-  absl::InlinedVector<uint32_t, 64> by_addr, by_offset;
+  // Each group sorted by where its sections start, index breaking ties.
+  absl::InlinedVector<Keyed, 64> by_addr, by_offset;
   for (uint32_t i = 0; i < sections.size(); ++i) {
-    ((sections[i].header.flags & kShfAlloc) ? by_addr : by_offset).push_back(i);
-  }
-  const auto start_of = [&](uint32_t i) {
     const SectionHeader& h = sections[i].header;
-    return (h.flags & kShfAlloc) ? h.addr : h.offset;
-  };
-  const auto by_start = [&](uint32_t a, uint32_t b) {
-    return start_of(a) < start_of(b) || (start_of(a) == start_of(b) && a < b);
-  };
-  std::sort(by_addr.begin(), by_addr.end(), by_start);
-  std::sort(by_offset.begin(), by_offset.end(), by_start);
+    Keyed& k = (h.flags & kShfAlloc) ? by_addr.emplace_back() : by_offset.emplace_back();
+    k.key = (h.flags & kShfAlloc) ? h.addr : h.offset;
+    k.index = i;
+  }
+  for (auto* group : {&by_addr, &by_offset}) {
+    if (!std::is_sorted(group->begin(), group->end())) std::sort(group->begin(), group->end());
+  }
 
   uint64_t checks = 0;
   std::vector<uint16_t> members;  // clear() keeps its capacity across segments
@@ -139,17 +150,16 @@ absl::Status computeMembership(const std::vector<Section>& sections,
     members.clear();
     const SegmentHeader& ph = g.header;
     const bool tls_segment = ph.type == kPtTls;
-    const auto collect = [&](const absl::InlinedVector<uint32_t, 64>& sorted, uint64_t lo,
+    const auto collect = [&](const absl::InlinedVector<Keyed, 64>& sorted, uint64_t lo,
                              uint64_t hi) {
       if (hi <= lo) return;  // empty, or the end wraps: nothing is inside
-      auto it = std::lower_bound(sorted.begin(), sorted.end(), lo,
-                                 [&](uint32_t i, uint64_t v) { return start_of(i) < v; });
-      for (; it != sorted.end() && start_of(*it) < hi; ++it) {
+      auto it = std::lower_bound(sorted.begin(), sorted.end(), Keyed{lo, 0});
+      for (; it != sorted.end() && it->key < hi; ++it) {
         ++checks;
-        const SectionHeader& sh = sections[*it].header;
-        if (within(start_of(*it), sh.size, lo, hi) &&
+        const SectionHeader& sh = sections[it->index].header;
+        if (within(it->key, sh.size, lo, hi) &&
             tls_segment == ((sh.flags & kShfTls) != 0)) {
-          members.push_back(static_cast<uint16_t>(*it));
+          members.push_back(static_cast<uint16_t>(it->index));
         }
       }
     };

@@ -98,9 +98,12 @@ absl::Status Image::write(std::ostream& out) const {
   }
   // The layout never overlaps two runs; sorting keeps equal offsets in the
   // order above, and a run behind the end (never expected) is still placed.
-  std::sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) {
+  const auto in_file_order = [](const Run& a, const Run& b) {
     return a.offset != b.offset ? a.offset < b.offset : a.sequence < b.sequence;
-  });
+  };
+  if (!std::is_sorted(runs.begin(), runs.end(), in_file_order)) {
+    std::sort(runs.begin(), runs.end(), in_file_order);
+  }
 
   std::streambuf* buffer = out.rdbuf();
   bool ok = buffer != nullptr && seek(*buffer, 0);
