@@ -6,95 +6,59 @@
 #include <string>
 
 #include "gtest/gtest.h"
-#include "reliability/alloc_hook.h"
+#include "support/alloc_hook.h"
 
 namespace zelk_elf {
 namespace {
 
-std::string zeros(size_t n) { return std::string(n, '\0'); }
-
 TEST(FreeSeekBufTest, Contract) {
-  using Steps = std::function<void(FreeSeekBuf&, std::ostream&)>;
-  const auto write = [](std::ostream& out, size_t n, char c) {
-    out << std::string(n, c);
-  };
-  struct Row {
+  const std::string h(52, 'h'), s(40, 's'), zeros(148, '\0');
+  const std::streampos refused(std::streamoff(-1));
+  const struct {
     const char* rule;
-    Steps steps;
-    std::string content;
+    std::function<void(FreeSeekBuf&, std::ostream&)> steps;
+    std::string content;  // empty: not checked
     bool stream_fails;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"seekp(0) on an empty buffer adds nothing",
-       [&](FreeSeekBuf&, std::ostream& out) {
-         out.seekp(0);
-         write(out, 52, 'h');
-       },
-       std::string(52, 'h'), false},
+       [&](FreeSeekBuf&, std::ostream& o) { o.seekp(0) << h; }, h, false},
       {"a position beyond the end fills the gap with zeros",
-       [&](FreeSeekBuf&, std::ostream& out) {
-         write(out, 52, 'h');
-         out.seekp(200);
-         write(out, 40, 's');
-       },
-       std::string(52, 'h') + zeros(148) + std::string(40, 's'), false},
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(200) << s; }, h + zeros + s, false},
       {"a position inside overwrites and keeps the length",
-       [&](FreeSeekBuf&, std::ostream& out) {
-         write(out, 52, 'h');
-         out.seekp(200);
-         write(out, 40, 's');
-         out.seekp(52);
-         write(out, 10, 'o');
-       },
-       std::string(52, 'h') + std::string(10, 'o') + zeros(138) +
-           std::string(40, 's'),
-       false},
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(200) << s, o.seekp(52) << "oo"; },
+       h + "oo" + zeros.substr(2) + s, false},
       {"a position exactly at the end appends nothing",
-       [&](FreeSeekBuf&, std::ostream& out) {
-         write(out, 8, 'x');
-         out.seekp(8);
-       },
-       std::string(8, 'x'), false},
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(52); }, h, false},
       {"a negative position fails and changes nothing",
-       [&](FreeSeekBuf&, std::ostream& out) {
-         write(out, 4, 'x');
-         out.seekp(std::streampos(std::streamoff(-1)));
-       },
-       std::string(4, 'x'), true},
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(refused); }, h, true},
       {"relative positioning keeps the standard rules",
-       [&](FreeSeekBuf&, std::ostream& out) {
-         write(out, 52, 'x');
-         out.seekp(100, std::ios_base::beg);
-       },
-       std::string(52, 'x'), true},
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(100, std::ios_base::beg); }, h, true},
       {"input-only positioning beyond the end fails, in and out extends",
-       [&](FreeSeekBuf& buffer, std::ostream& out) {
-         write(out, 4, 'x');
-         EXPECT_EQ(buffer.pubseekpos(10, std::ios_base::in),
-                   std::streampos(std::streamoff(-1)));
-         EXPECT_EQ(buffer.pubseekpos(10), std::streampos(10));
+       [&](FreeSeekBuf& b, std::ostream& o) {
+         o << "xxxx";
+         EXPECT_EQ(b.pubseekpos(10, std::ios_base::in), refused);
+         EXPECT_EQ(b.pubseekpos(10), std::streampos(10));
        },
-       std::string(4, 'x') + zeros(6), false},
+       std::string("xxxx") + std::string(6, '\0'), false},
       {"zeros that cannot be stored fail the positioning, not the process",
-       [&](FreeSeekBuf& buffer, std::ostream& out) {
-         write(out, 4, 'x');
+       [&](FreeSeekBuf& b, std::ostream& o) {
+         o << "xxxx";
          testing::arm(1, testing::FailMode::kFromThenOn);
-         const std::streampos got = buffer.pubseekpos(8 << 20);
-         out.seekp(8 << 20);
+         const std::streampos got = b.pubseekpos(8 << 20);
+         o.seekp(8 << 20);
          testing::disarm();
-         EXPECT_EQ(got, std::streampos(std::streamoff(-1)));
+         EXPECT_EQ(got, refused);
        },
        "", true},
   };
   testing::warmUpFailurePath();
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.rule);
     FreeSeekBuf buffer;
     std::ostream out(&buffer);
     row.steps(buffer, out);
     EXPECT_EQ(out.fail(), row.stream_fails);
-    // The failed growth may keep part of the zeros; what matters is that
-    // the stream saw the failure.
+    // A failed growth may keep part of the zeros; the stream saw the failure.
     if (!row.content.empty()) {
       EXPECT_EQ(buffer.str(), row.content);
     }
