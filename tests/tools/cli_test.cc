@@ -256,6 +256,7 @@ TEST_F(CliTest, OutputStreams) {
   writeFile(dir_.file("wide"), image);
   const ToolResult result = runTool("info wide --json", dir_.path, uint64_t{32} << 20);
   EXPECT_EQ(result.err + std::to_string(result.exit_code), "0");
+  EXPECT_EQ(result.out.size(), 70790198u);  // all of it
 }
 
 }  // namespace
