@@ -2,61 +2,86 @@
 #ifndef ZELK_ELF_TESTS_TOOLS_TOOL_RUNNER_H_
 #define ZELK_ELF_TESTS_TOOLS_TOOL_RUNNER_H_
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "absl/strings/str_split.h"
+
 namespace zelk_elf_test {
 
+namespace fs = std::filesystem;
+
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Paths of the entries of a folder, sorted.
+inline std::vector<std::string> filesIn(const std::string& dir) {
+  std::vector<std::string> files;
+  for (const auto& entry : fs::directory_iterator(dir)) files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// A fresh folder, removed with its contents at destruction. Not to be copied.
+struct TempDir {
+  TempDir() { if (!::mkdtemp(&path[0])) throw std::runtime_error(path); }
+  ~TempDir() { fs::remove_all(path); }
+  std::string file(const std::string& name) const { return path + "/" + name; }
+  std::string path = fs::temp_directory_path() / "zelk-XXXXXX";
+};
+
 struct ToolResult {
-  int exit_code = -1;  // -1 when the tool did not exit normally
-  std::string out;
-  std::string err;
+  int exit_code;  // -1 when the tool did not exit normally
+  std::string out, err;
 };
 
-struct RunOptions {
-  std::string stdin_path = "/dev/null";
-  std::string cwd;  // empty: the test's own
-  bool discard_stdout = false;
-  // Address-space limit of the tool in bytes; 0 for none.
-  uint64_t memory_limit = 0;
-};
-
-// Runs zelk-elf with `args` (no shell involved).
-ToolResult runTool(const std::vector<std::string>& args,
-                   const RunOptions& options = {});
-
-// A fresh directory, removed with its contents at destruction.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
-  const std::string& path() const { return path_; }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  // Names of the entries, sorted.
-  std::vector<std::string> list() const;
-
- private:
-  std::string path_;
-};
-
-std::string readText(const std::string& path);
-std::vector<uint8_t> readBytes(const std::string& path);
-bool fileExists(const std::string& path);
-void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
-
-// Folder of the shared corpus and conformance cases.
-std::string sharedDir();
-// Paths of the files in a folder, sorted; hidden ones left out.
-std::vector<std::string> filesIn(const std::string& dir);
-
-// A 32-bit image of `sections` sections (the null one and .shstrtab
-// included) and `segments` loadable segments that each cover the whole file,
-// so every segment lists every section but the null one.
-std::vector<uint8_t> wideImage(uint16_t sections, uint16_t segments);
+// Runs zelk-elf in folder `cwd` with the arguments `line` splits into at
+// spaces (no shell), stdin from /dev/null. A nonzero `memory_limit` caps its
+// address space in bytes.
+inline ToolResult runTool(const std::string& line, const std::string& cwd,
+                          uint64_t memory_limit = 0) {
+  const TempDir capture;
+  const std::string out = capture.file("out"), err = capture.file("err");
+  std::vector<std::string> args = absl::StrSplit(line, ' ', absl::SkipEmpty());
+  args.insert(args.begin(), ZELK_ELF_TOOL);
+  std::vector<char*> argv;
+  for (std::string& arg : args) argv.push_back(&arg[0]);
+  argv.push_back(nullptr);
+  const pid_t pid = ::fork();
+  if (pid == 0) {  // only async-signal-safe calls from here
+    const rlimit limit = {memory_limit, memory_limit};
+    if (::dup2(::open("/dev/null", O_RDONLY), 0) < 0 ||
+        ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT, 0600), 1) < 0 ||
+        ::dup2(::open(err.c_str(), O_WRONLY | O_CREAT, 0600), 2) < 0 ||
+        ::chdir(cwd.c_str()) != 0 ||
+        (memory_limit && ::setrlimit(RLIMIT_AS, &limit) != 0)) {
+      ::_exit(126);
+    }
+    ::execv(ZELK_ELF_TOOL, argv.data());
+    ::_exit(127);
+  }
+  int status = -1;  // not "exited" when the tool never started
+  if (pid > 0) ::waitpid(pid, &status, 0);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+          readFile(out), readFile(err)};
+}
 
 }  // namespace zelk_elf_test
 

@@ -1,0 +1,263 @@
+// zelk-elf end to end: output, failures, and edits equal to the library's.
+#include <sys/stat.h>
+
+#include <iostream>
+
+#include "gtest/gtest.h"
+#include "tools/tool_runner.h"
+#include "zelk_elf/elf.h"
+
+namespace zelk_elf_test {
+namespace {
+
+using zelk_elf::ELF;
+using Bytes = std::vector<uint8_t>;
+
+absl::optional<ELF> loadFile(const std::string& path) {
+  const std::string bytes = readFile(path);
+  return ELF::load(Bytes(bytes.begin(), bytes.end()));
+}
+
+std::string saveBytes(ELF& elf) {
+  absl::optional<ELF::Image> saved = elf.save();
+  return saved ? std::string(saved->begin(), saved->end()) : "";
+}
+
+// Each test runs the tool in a folder of its own that holds the sample, s.
+class CliTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(run("sample -o s").exit_code, 0); }
+
+  ToolResult run(const std::string& line) { return runTool(line, dir_.path); }
+
+  // A failure is one line on stderr, nothing on stdout and no file written.
+  void expectFailure(const std::string& args, int code, const std::string& why) {
+    const std::vector<std::string> before = filesIn(dir_.path);
+    const ToolResult result = run(args);
+    EXPECT_EQ(result.out + result.err + std::to_string(result.exit_code),
+              "zelk-elf: " + why + "\n" + std::to_string(code)) << args;
+    EXPECT_EQ(filesIn(dir_.path), before) << args;
+  }
+
+  TempDir dir_;
+};
+
+// ZELK_ELF_UPDATE_GOLDEN=1 rewrites the goldens after a deliberate change.
+TEST_F(CliTest, Goldens) {
+  writeFile(dir_.file("h"), readFile(ZELK_ELF_SHARED_DIR "/corpus/real/hello_64"));
+  const std::pair<const char*, std::string> kGoldens[] = {
+      {"sample_info.txt", "info s"}, {"sample_info.json", "info s --json"},
+      {"sample_debug.txt", "debug s"}, {"sample_debug.json", "debug s --json"},
+      {"sample_cfg.txt", "cfg s"}, {"sample_cfg.dot", "cfg s --dot"},
+      {"hello_64_info.txt", "info h"}, {"hello_64_info.json", "info h --json"},
+      {"sample_check.txt", "check s"}, {"help.txt", "--help"}};
+  for (const auto& [name, args] : kGoldens) {
+    const std::string golden = std::string(ZELK_ELF_GOLDEN_DIR "/") + name;
+    const ToolResult result = run(args);
+    if (std::getenv("ZELK_ELF_UPDATE_GOLDEN")) writeFile(golden, result.out);
+    EXPECT_EQ(result.err + std::to_string(result.exit_code), "0") << name;
+    EXPECT_EQ(result.out, readFile(golden)) << name;
+  }
+}
+
+TEST_F(CliTest, Errors) {
+  ASSERT_EQ(::mkfifo(dir_.file("fifo").c_str(), 0600), 0);
+  const std::string see = " (see 'zelk-elf ", help = see + "edit --help')";
+  const std::tuple<std::string, int, std::string> kRows[] = {
+      {"", 2, "missing COMMAND" + see + "--help')"},
+      {"cfg s --dot --json", 2,
+       "cfg: The following argument was not expected: --json" + see + "cfg --help')"},
+      {"edit -o o", 2, "edit: missing FILE (or --new)" + help},
+      {"edit s -o o --machine 1\n2", 2,
+       "edit: bad number '1\\n2' for --machine (decimal or 0x hex expected)" + help},
+      {"edit s -o o --machine 0x10000", 2,
+       "edit: number '0x10000' for --machine is out of range (at most 65535)" + help},
+      {"edit s -o o --set-text a", 2,
+       "edit: bad data 'a' for --set-text (an even number of hex digits or @PATH expected)" + help},
+      {"edit s -o o --set-section =00", 2, "edit: empty NAME in '=00' for --set-section" + help},
+      {"info no", 1, "info: cannot open 'no': No such file or directory"},
+      {"debug .", 1, "debug: cannot read '.': Is a directory"},
+      {"check /dev/zero", 1,
+       "check: cannot read '/dev/zero': larger than the 1 GiB limit of an input without a size"},
+      {"sample -o fifo", 1, "sample: cannot write 'fifo': not a regular file"}};
+  for (const auto& [args, code, why] : kRows) expectFailure(args, code, why);
+  // Each bad image is refused by every command that reads it, for the same
+  // reason: its bytes, or a new image holding a bad .zelk.dbg. section.
+  const std::pair<std::string, std::string> kBadImages[] = {
+      {"hello\n", "not an ELF image (no ELF magic number)"},
+      {"\x7f" "ELF\x01", "ELF identification cut short (5 of 16 bytes)"},
+      {"\x7f" "ELF\x03\x01\x01" + std::string(57, 0), "unknown ELF class 3"},
+      {"\x7f" "ELF\x01\x03\x01" + std::string(57, 0), "unknown ELF byte order 3"},
+      {"id=", "payload is empty"},
+      {"spill=1000000002", "payload of 5 bytes ends inside an element at offset 0"},
+      {"swp=010000000200", "payload of 6 bytes ends inside an element at offset 4"},
+      {"cfg=0100000002000000030000000400000001",
+       "payload of 17 bytes ends inside an element at offset 16"},
+      {"src=0000000000", "payload of 5 bytes ends inside a value at offset 0"},
+      {"sym=", "payload is empty"},
+      {"pmsize=001000", "payload of 3 bytes ends inside a value at offset 0"},
+      {"verifyinfo=0200000000", "payload of 5 bytes ends inside a value at offset 0"},
+      {"latency=0800000001", "payload of 5 bytes ends inside an element at offset 0"}};
+  for (auto [contents, reason] : kBadImages) {
+    const size_t split = contents.find('=');
+    if (split == std::string::npos) {
+      writeFile(dir_.file("bad"), contents);
+    } else {
+      reason = ".zelk.dbg." + contents.substr(0, split) + ": " + reason;
+      ASSERT_EQ(run("edit --new -o bad --set-section .zelk.dbg." + contents).exit_code, 0);
+    }
+    for (std::string args : {"check", "info", "debug", "cfg", "edit -o o", "diff s"}) {
+      const std::string command = args.substr(0, args.find(' '));
+      expectFailure(args + " bad", 1, command + ": 'bad': " + reason);
+    }
+  }
+}
+
+TEST_F(CliTest, BadDebugDocuments) {
+  const std::pair<std::string, std::string> kDocuments[] = {
+      {"[]", "$: expected an object, found array"},
+      {R"({"spills":[]})", "$.spills: unknown member"},
+      {R"({"swp_list":[{"address":4294967296}]})",
+       "$.swp_list[0].address: 4294967296 is out of range (at most 4294967295)"},
+      {R"({"pm_size":"8"})", "$.pm_size: expected an unsigned integer, found \"8\""},
+      {R"({"debug_id":{"kind":1,"id0":2}})", "$.debug_id: missing member \"id1\""},
+      {R"({"symbol_map":[{"symbol":"a","kind":1,"address":0},)"
+       R"({"symbol":"a","kind":1,"address":4}]})", "$.symbol_map[1].symbol: duplicate key \"a\""},
+      {"{\"verify_info\":\"\xff\"}", "$.verify_info: parse error at line 1, column 17: syntax "
+       "error while parsing value - invalid string: ill-formed UTF-8 byte"},
+      // Saving would keep the section, and the value would come back.
+      {R"({"verify_info":"","pm_size":null})",
+       "$.pm_size: null cannot remove the .zelk.dbg.pmsize section the image holds"}};
+  for (const auto& [document, where] : kDocuments) {
+    writeFile(dir_.file("d.json"), document);
+    expectFailure("edit s -o o --set-debug d.json", 2, "edit: 'd.json': " + where);
+  }
+}
+
+// Every operation, two of them twice, in an order where order matters.
+TEST_F(CliTest, EditEqualsTheLibrary) {
+  writeFile(dir_.file("a:b"), "\xde\xad\xbe\xef\x01");
+  writeFile(dir_.file("d.json"), R"({"pm_size":4096,"verify_info":"doc"})");
+  const ToolResult result = run(
+      "edit s -o o --machine 7 --verify-info ok --set-debug d.json --set-comment 1\n\n3 "
+      "--set-section a=b=0102 --set-text @a:b:8 --type 1 --entry 0x100000004 --machine 0x5a4c");
+  EXPECT_EQ(result.err + result.out + std::to_string(result.exit_code), "0");
+  absl::optional<ELF> elf = loadFile(dir_.file("s"));
+  ASSERT_TRUE(elf.has_value());
+  elf->setMachine(7);
+  elf->setVerifyInfo("ok");
+  elf->pmSize = 4096;
+  elf->setVerifyInfo("doc");
+  elf->setCommentInfo({"1", "", "3"});
+  elf->setSection("a=b", Bytes{1, 2});
+  elf->setText(Bytes{0xde, 0xad, 0xbe, 0xef, 0x01}, 8);
+  elf->setType(1);
+  elf->setEntry(0x100000004);
+  elf->setMachine(0x5a4c);
+  EXPECT_TRUE(readFile(dir_.file("o")) == saveBytes(*elf));
+}
+
+// For every image X: `debug --json X` fed back through `edit X --set-debug`
+// gives the same document, and the bytes of X's own save (when each map
+// holds at most one key; beyond that, payload order follows the map).
+TEST_F(CliTest, DebugDocumentRoundTrip) {
+  std::vector<std::string> images = filesIn(ZELK_ELF_SHARED_DIR "/corpus/real");
+  const auto more = filesIn(ZELK_ELF_SHARED_DIR "/conformance/expected");
+  images.insert(images.end(), more.begin(), more.end());
+  images.push_back(dir_.file("s"));
+  int checked = 0;
+  for (const std::string& image : images) {
+    SCOPED_TRACE(image);
+    absl::optional<ELF> elf = loadFile(image);
+    const std::string saved = elf ? saveBytes(*elf) : "";
+    if (saved.empty()) continue;  // does not load or save
+    writeFile(dir_.file("x"), readFile(image));
+    const std::string shown = run("debug x --json").out;
+    writeFile(dir_.file("d.json"), shown);
+    ASSERT_EQ(run("edit x -o e --set-debug d.json").err, "");
+    EXPECT_EQ(run("debug e --json").out, shown);
+    const bool fixed_order = elf->srcInfo.value_or(zelk_elf::SourceMap()).size() <= 1 &&
+                             elf->symInfo.value_or(zelk_elf::SymbolMap()).size() <= 1;
+    EXPECT_TRUE(!fixed_order || readFile(dir_.file("e")) == saved);
+    ++checked;
+  }
+  std::cout << "round trip: " << images.size() - checked << " skipped\n";
+  EXPECT_GT(checked, 80);
+}
+
+TEST_F(CliTest, DiffShowsExactlyTheChange) {
+  // a: the sample with one-element lists and maps, one comment line.
+  writeFile(dir_.file("d.json"),
+            R"({"spill_list":[{"address":4,"index":0,"kind":1,"name":"r4"}],)"
+            R"("cfg_edges":[{"first":{"start":0,"end":12},"second":{"start":12,"end":24}}],)"
+            R"("source_map":[{"source":"a","strings":[]}],)"
+            R"("symbol_map":[{"symbol":"f","kind":1,"address":0}],)"
+            R"("latency_list":[{"address":8,"kind":1,"values":[2,0,0,0]}]})");
+  ASSERT_EQ(run("edit s -o a --set-debug d.json --set-comment c").exit_code, 0);
+  const std::pair<std::string, std::string> kRows[] = {
+      {"", "equal\n"},
+      {"--machine 7 --type 3 --entry 0x44 --verify-info ok --set-comment e",
+       "type: 2 -> 3\nmachine: 0x5a4b -> 0x7\nentry: 0x0 -> 0x44\n"
+       "comment_lines[0]: \"c\" -> \"e\"\n"
+       "verify_info: \"verified: 3 blocks, 1 loop, no hazards\" -> \"ok\"\n"},
+      {"--set-section .n=01", "sections[\".n\"]: absent -> {\"index\":13,\"type\":1,"
+       "\"flags\":0,\"address\":0,\"alignment\":1,\"entry_size\":0,\"link\":0,\"info\":0}\n"},
+      {R"({"debug_id":{"kind":0,"id0":9,"id1":7}})",
+       "debug_id.kind: 1 -> 0\ndebug_id.id0: 258 -> 9\n"},
+      {R"({"spill_list":[{"address":4,"index":2,"kind":1,"name":""}]})",
+       "spill_list[0].index: 0 -> 2\nspill_list[0].name: \"r4\" -> \"\"\n"},
+      {R"({"swp_list":[{"address":12},{"address":20},{"address":28}]})",
+       "swp_list[2]: absent -> {\"address\":28}\n"},
+      {R"({"cfg_edges":[{"first":{"start":0,"end":12},"second":{"start":16,"end":24}}]})",
+       "cfg_edges[0].second.start: 0xc -> 0x10\n"},
+      {R"({"source_map":[{"source":"a","strings":["x"]}]})",
+       "source_map[\"a\"].strings[0]: absent -> \"x\"\n"},
+      {R"({"symbol_map":[{"symbol":"f","kind":2,"address":16}]})",
+       "symbol_map[\"f\"].kind: 1 -> 2\nsymbol_map[\"f\"].address: 0x0 -> 0x10\n"},
+      {R"({"pm_size":4096})", "pm_size: 8192 -> 4096\n"},
+      {R"({"latency_list":[{"address":8,"kind":3,"values":[2,0,0,9]}]})",
+       "latency_list[0].kind: 1 -> 3\nlatency_list[0].values[3]: 0 -> 9\n"},
+      {"--set-text 13004010:4",
+       "sections[\".text\"].bytes: 28 bytes differ from offset 0x4 (32 -> 4 bytes)\n"}};
+  for (const auto& [args, expected] : kRows) {
+    writeFile(dir_.file("d.json"), args);  // a document, when it starts with {
+    const std::string edit = args[0] == '{' ? "--set-debug d.json" : args;
+    ASSERT_EQ(run("edit a -o b " + edit).exit_code, 0) << args;
+    const ToolResult diff = run("diff a b");
+    EXPECT_EQ(diff.out + diff.err + std::to_string(diff.exit_code),
+              expected + (expected == "equal\n" ? "0" : "1"));
+  }
+  EXPECT_EQ(run("diff a b --json").out,
+            "{\n  \"schema\": 1,\n  \"differences\": [\n    {\n"
+            "      \"path\": \"sections[\\\".text\\\"].bytes\",\n      \"before\": 32,\n"
+            "      \"after\": 4,\n      \"offset\": 4,\n      \"count\": 28\n"
+            "    }\n  ],\n  \"equal\": false\n}\n");
+}
+
+// Output is written as it goes. The image: 1,024 sections, and as many
+// loadable segments that each cover the whole file, so that each lists every
+// section; 74 KB in, 71 MB of JSON out, within an address-space limit well
+// below what holding that output would take.
+TEST_F(CliTest, OutputStreams) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer reserves more address space than that";
+#endif
+  std::string image("\x7f" "ELF\x01\x01\x01\0\0\0\0\0\0\0\0\0", 16);
+  const auto put = [&image](std::initializer_list<uint32_t> words) {
+    for (uint32_t w : words) image += {char(w), char(w >> 8), char(w >> 16), char(w >> 24)};
+  };
+  const uint32_t n = 1024, names = 52 + 32 * n, end = names + 16 + 40 * n;
+  // From e_type on; 16-bit fields in pairs.
+  put({0x5a4b0002, 1, 0, 52, names + 16, 0, 32 << 16 | 52, 40 << 16 | n, 1 << 16 | n});
+  for (uint32_t i = 0; i < n; ++i) put({1, 0, 0, 0, end, end, 5, 4});
+  image.append("\0.shstrtab\0s\0\0\0\0", 16);
+  put({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 3, 0, 0, names, 13, 0, 0, 1, 0});
+  for (uint32_t i = 2; i < n; ++i) put({11, 1, 0, 0, names, 1, 0, 0, 1, 0});
+  writeFile(dir_.file("wide"), image);
+  const ToolResult result = runTool("info wide --json", dir_.path, uint64_t{32} << 20);
+  EXPECT_EQ(result.err + std::to_string(result.exit_code), "0");
+  EXPECT_EQ(result.out.size(), 70790198u);  // all of it
+}
+
+}  // namespace
+}  // namespace zelk_elf_test
