@@ -14,19 +14,23 @@ namespace {
 using testing::Bytes;
 using testing::hex;
 
-// A new image holding these sections, loaded into a handle the caller frees.
-zelkELFHandle handleWith(const std::vector<std::pair<std::string, Bytes>>& sections) {
-  ELF elf;
-  for (const auto& s : sections) elf.setSection(s.first, s.second);
+// The object saved and loaded into a handle the caller frees.
+zelkELFHandle handleOf(ELF& elf) {
   const Bytes bytes = testing::saveBytes(elf);
   return zelkELFLoad(bytes.data(), bytes.size());
+}
+
+zelkELFHandle handleWith(const std::string& section, const Bytes& data) {
+  ELF elf;
+  elf.setSection(section, data);
+  return handleOf(elf);
 }
 
 // Every function taking a handle accepts a null one and gives its empty
 // result; null names and record pointers act like absent sections; the free
 // functions accept empty records.
 TEST(CapiTest, NullHandlesAndArgumentsGiveTheEmptyResult) {
-  zelkELFHandle valid = handleWith({{".x", {1, 2}}});
+  zelkELFHandle valid = handleWith(".x", {1, 2});
   for (zelkELFHandle h : {static_cast<zelkELFHandle>(nullptr), valid}) {
     const char* name = h == nullptr ? ".x" : nullptr;
     zelkELFSetSection(h, name, nullptr, 0);
@@ -53,7 +57,8 @@ TEST(CapiTest, NullHandlesAndArgumentsGiveTheEmptyResult) {
 
 TEST(CapiTest, SectionsAndSavedImagesAreCopies) {
   Bytes data = hex("0001020304050607");
-  zelkELFHandle h = handleWith({});
+  ELF empty;
+  zelkELFHandle h = handleOf(empty);
   zelkELFSetSection(h, "my\0ignored", data.data(), data.size());  // names end at a NUL
   data.assign(8, 0xFF);
   const zelkELFSection my = zelkELFGetSection(h, "my");
@@ -78,7 +83,7 @@ TEST(CapiTest, SpillLocations) {
   for (uint8_t i = 0; i <= 6; ++i) {
     const Bytes loc = {i, 0, 0, 0, uint8_t(10 + i), i, 1, 0, 0, 0, 0, 0, 0, 0, 'n'};
     payload.insert(payload.end(), loc.begin(), loc.end());
-    zelkELFHandle h = handleWith({{".zelk.dbg.spill", payload}});
+    zelkELFHandle h = handleWith(".zelk.dbg.spill", payload);
     const zelkELFSpillInfo spill = zelkELFGetSpillInfo(h);
     ASSERT_EQ(spill.count, i == 6 ? 0u : i + 1u);
     for (uint32_t k = 0; k < spill.count; ++k) {
@@ -93,21 +98,15 @@ TEST(CapiTest, SpillLocations) {
 }
 
 TEST(CapiTest, DebugQueries) {
-  zelkELFHandle h = handleWith({
-      {".zelk.dbg.id", hex("010700ffff")},
-      {".zelk.dbg.swp", hex("0100000002000000")},
-      {".zelk.dbg.cfg", hex("01000000020000000300000004000000050000000600000007000000"
-                            "08000000")},
-      {".zelk.dbg.src", hex("0200000000000000"
-                            "06000000000000006d61696e2e63"
-                            "0200000000000000"
-                            "010000000000000061"
-                            "02000000000000006262"
-                            "0700000000000000656d7074792e63"
-                            "0000000000000000")},
-      {".zelk.dbg.pmsize", hex("00100000")},
-      {".zelk.dbg.verifyinfo", hex("0000000000000000")},
-  });
+  ELF elf;
+  elf.dbgID = DebugInfoID{1, 7, 65535};
+  elf.swpInfo = SWPInfo{{{1}, {2}}};
+  elf.cfgInfo = ControlFlowGraph{{{BasicBlockRange{1, 2}, BasicBlockRange{3, 4}},
+                                  {BasicBlockRange{5, 6}, BasicBlockRange{7, 8}}}};
+  elf.srcInfo = SourceMap{{"main.c", {"a", "bb"}}, {"empty.c", {}}};
+  elf.pmSize = 4096;
+  elf.setVerifyInfo("");
+  zelkELFHandle h = handleOf(elf);
   zelkELFDbgID id = {ZELK_ELF_DBG_ID_KIND_0, 0, 0};
   EXPECT_EQ(zelkELFGetDbgID(h, &id), 1);
   EXPECT_EQ((std::vector<int>{id.kind, id.id0, id.id1}), (std::vector<int>{1, 7, 65535}));
@@ -136,7 +135,10 @@ TEST(CapiTest, DebugQueries) {
   zelkELFFreeSrcList(main);
   zelkELFFreeSrcList(names);
 
-  h = handleWith({{".zelk.dbg.id", hex("0201000200")}, {".zelk.dbg.spill", {}}});
+  elf = ELF();
+  elf.dbgID = DebugInfoID{2, 1, 2};
+  elf.spillInfo = SpillInfo();
+  h = handleOf(elf);
   EXPECT_EQ(zelkELFGetDbgID(h, &id), 0);  // a kind outside the enumeration
   EXPECT_EQ(id.id0, 7);
   EXPECT_TRUE(zelkELFGetSpillInfo(h).locs == nullptr && zelkELFGetSrcNameList(h).names == nullptr);

@@ -2,8 +2,6 @@
 // saved twice and compared with the expected image byte for byte; the image
 // then loads back and saves to the same bytes again.
 #include <fstream>
-#include <functional>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -20,47 +18,20 @@ using testing::hex;
 using testing::readShared;
 using testing::saveBytes;
 
-uint64_t number(std::istream& in) {
-  std::string text;
-  in >> text;
-  return std::stoull(text, nullptr, 0);
-}
-
 std::string word(std::istream& in) {
   std::string text;
   in >> text;
   return text;
 }
 
-// Applies the operations of one case: "new [32|64 lsb|msb]", "load PATH",
-// then edits of the object; a failure names the operation.
+// Applies the operations of one case: "new [32|64 lsb|msb]" or "load PATH",
+// then edits of the object.
 absl::optional<ELF> apply(std::istringstream& ops) {
-  using Edit = std::function<void(ELF&, std::istream&)>;
-  const std::map<std::string, Edit> edits = {
-      {"section",
-       [](ELF& e, std::istream& in) {
-         const std::string name = word(in);  // arguments are evaluated in any order
-         e.setSection(name, hex(word(in)));
-       }},
-      {"text",
-       [](ELF& e, std::istream& in) {
-         const Bytes code = hex(word(in));
-         e.setText(code, unsigned(number(in)));
-       }},
-      {"machine", [](ELF& e, std::istream& in) { e.setMachine(uint16_t(number(in))); }},
-      {"type", [](ELF& e, std::istream& in) { e.setType(uint16_t(number(in))); }},
-      {"entry", [](ELF& e, std::istream& in) { e.setEntry(number(in)); }},
-      {"comment",
-       [](ELF& e, std::istream& in) {
-         std::vector<std::string> lines;
-         for (std::string line = word(in); line != "--"; line = word(in)) {
-           lines.push_back(line == "EMPTY" ? "" : line);
-         }
-         e.setCommentInfo(std::vector<absl::string_view>(lines.begin(), lines.end()));
-       }},
-  };
   absl::optional<ELF> elf;
-  for (std::string op; ops >> op;) {
+  for (std::string op = word(ops); !op.empty(); op = word(ops)) {
+    const std::string a = op == "new" || op == "comment" ? "" : word(ops);
+    const bool numeric = op == "machine" || op == "type" || op == "entry";
+    const uint64_t n = numeric ? std::stoull(a, nullptr, 0) : 0;
     if (op == "new") {
       elf.emplace();
       const std::streampos at = ops.tellg();
@@ -72,13 +43,24 @@ absl::optional<ELF> apply(std::istringstream& ops) {
         ops.clear(), ops.seekg(at);
       }
     } else if (op == "load") {
-      elf = ELF::load(readShared("corpus/" + word(ops)));
-      EXPECT_TRUE(elf.has_value()) << "load";
-    } else if (elf && edits.count(op) != 0) {
-      edits.at(op)(*elf, ops);
+      elf = ELF::load(readShared("corpus/" + a));
+    } else if (!elf) {
+      return elf;
+    } else if (op == "section") {
+      elf->setSection(a, hex(word(ops)));
+    } else if (op == "text") {
+      elf->setText(hex(a), unsigned(std::stoul(word(ops), nullptr, 0)));
+    } else if (op == "comment") {
+      std::vector<std::string> lines;
+      for (std::string line = word(ops); line != "--"; line = word(ops)) {
+        lines.push_back(line == "EMPTY" ? "" : line);
+      }
+      elf->setCommentInfo(std::vector<absl::string_view>(lines.begin(), lines.end()));
+    } else if (op == "machine" || op == "type") {
+      op == "machine" ? elf->setMachine(uint16_t(n)) : elf->setType(uint16_t(n));
     } else {
-      ADD_FAILURE() << "cannot apply " << op;
-      return absl::nullopt;
+      EXPECT_EQ(op, "entry");
+      elf->setEntry(n);
     }
   }
   return elf;
