@@ -1,6 +1,5 @@
-// Decodes one debug payload, the first byte picking its kind in the section
-// order: whatever decodes must encode to bytes that decode to an equal value
-// and, except for the maps, to the very bytes that were read.
+// One debug payload, its kind picked by the first byte: what decodes encodes to
+// bytes that decode equal and, but for maps, to the very bytes read.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -16,8 +15,7 @@ void check(bool ok) {
   if (!ok) std::abort();
 }
 
-// `exact`: maps cannot promise the same bytes (entry order, dropped repeated
-// keys), only an equal map.
+// `exact`: maps promise an equal map only (entry order, dropped repeated keys).
 template <typename T, bool exact>
 void roundTrip(const uint8_t* data, size_t size) {
   const absl::StatusOr<T> first = zelk_elf::debuginfo::decodePayload<T>({data, size});

@@ -10,9 +10,7 @@
 
 namespace zelk_fuzz {
 
-// Saving pads sections to their alignment and places segment members at the
-// distances their addresses give; a hostile image can legitimately ask for
-// gigabytes. Larger saves are skipped to keep each run fast.
+// Hostile layouts may rightly save to gigabytes; larger saves are skipped.
 constexpr uint64_t kMaxSavedBytes = uint64_t{16} << 20;
 
 inline void check(bool ok, const char* invariant) {
@@ -25,9 +23,8 @@ inline bool fitsTheBound(const zelk_elf::engine::Image& image) {
   return image.savedSize().value_or(kMaxSavedBytes + 1) <= kMaxSavedBytes;
 }
 
-// Whether a segment claims bytes past the end of the saved file: a PT_PHDR
-// segment covers whole program header entries, while the file ends with the
-// last record when entries are wider. Such an image does not load again.
+// Whether a segment claims bytes past the saved file's end (a PT_PHDR over
+// wide entries, the file ending with the last record): it does not reload.
 inline bool segmentPastEnd(const zelk_elf::engine::Image& image, uint64_t file_size) {
   for (const zelk_elf::engine::Segment& g : image.segments()) {
     if (g.header.type != 0 && g.header.filesz != 0 &&

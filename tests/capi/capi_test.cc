@@ -26,25 +26,23 @@ zelkELFHandle handleWith(const std::string& section, const Bytes& data) {
   return handleOf(elf);
 }
 
-// Every function taking a handle accepts a null one and gives its empty
-// result; null names and record pointers act like absent sections; the free
-// functions accept empty records.
+// A null handle, name or record pointer gives the empty result, as an absent
+// section or field does; the free functions accept empty records.
 TEST(CapiTest, NullHandlesAndArgumentsGiveTheEmptyResult) {
-  zelkELFHandle valid = handleWith(".x", {1, 2});
+  zelkELFHandle valid = handleWith(".x", {1, 2});  // and no debug information
+  zelkELFDbgID id = {ZELK_ELF_DBG_ID_KIND_1, 7, 9};
   for (zelkELFHandle h : {static_cast<zelkELFHandle>(nullptr), valid}) {
     const char* name = h == nullptr ? ".x" : nullptr;
     zelkELFSetSection(h, name, nullptr, 0);
     const zelkELFSection s = zelkELFGetSection(h, name);
     EXPECT_TRUE(s.data == nullptr && s.size == 0 && zelkELFGetSectionSize(h, name) == 0);
     EXPECT_TRUE(zelkELFGetSrcList(h, name).names == nullptr && zelkELFGetDbgID(h, nullptr) == 0);
+    EXPECT_TRUE(zelkELFGetDbgID(h, &id) == 0 && id.id0 == 7 && id.id1 == 9);
+    EXPECT_TRUE(zelkELFGetSpillInfo(h).locs == nullptr && zelkELFGetSWPInfo(h).count == 0 &&
+                zelkELFGetCFGInfo(h).edges == nullptr && zelkELFGetSrcNameList(h).count == 0 &&
+                zelkELFGetPMSize(h) == 0 && zelkELFGetVerifyInfo(h) == nullptr);
   }
-  zelkELFDbgID id = {ZELK_ELF_DBG_ID_KIND_1, 7, 9};
-  EXPECT_TRUE(zelkELFGetDbgID(nullptr, &id) == 0 && id.id0 == 7 && id.id1 == 9);
-  EXPECT_TRUE(
-      zelkELFGetSpillInfo(nullptr).locs == nullptr && zelkELFGetSWPInfo(nullptr).count == 0 &&
-      zelkELFGetCFGInfo(nullptr).edges == nullptr && zelkELFGetSrcNameList(nullptr).count == 0 &&
-      zelkELFGetPMSize(nullptr) == 0 && zelkELFGetVerifyInfo(nullptr) == nullptr &&
-      zelkELFSave(nullptr).data == nullptr && zelkELFLoad(nullptr, 0) == nullptr);
+  EXPECT_TRUE(zelkELFSave(nullptr).data == nullptr && zelkELFLoad(nullptr, 0) == nullptr);
   zelkELFFree(nullptr);
   zelkELFFreeSpillInfo({nullptr, 0});
   zelkELFFreeSWPInfo({nullptr, 0});
@@ -76,8 +74,7 @@ TEST(CapiTest, SectionsAndSavedImagesAreCopies) {
   EXPECT_EQ(image, testing::saveBytes(elf));
 }
 
-// Spill locations in order with their padding zeroed; one kind outside the
-// enumeration hides the whole list.
+// Spill locations in order, padding zeroed; an undefined kind hides the list.
 TEST(CapiTest, SpillLocations) {
   Bytes payload;
   for (uint8_t i = 0; i <= 6; ++i) {
@@ -141,7 +138,8 @@ TEST(CapiTest, DebugQueries) {
   h = handleOf(elf);
   EXPECT_EQ(zelkELFGetDbgID(h, &id), 0);  // a kind outside the enumeration
   EXPECT_EQ(id.id0, 7);
-  EXPECT_TRUE(zelkELFGetSpillInfo(h).locs == nullptr && zelkELFGetSrcNameList(h).names == nullptr);
+  EXPECT_TRUE(zelkELFGetSpillInfo(h).locs == nullptr && zelkELFGetSrcNameList(h).names == nullptr &&
+              zelkELFGetPMSize(h) == 0 && zelkELFGetVerifyInfo(h) == nullptr);  // absent fields
   zelkELFFree(h);
 }
 

@@ -1,5 +1,4 @@
-// The nine debug fields against an image's sections: which section each one
-// reads and writes, in what order and with which attributes.
+// The nine debug fields against the sections they are read from and written to.
 #include <string>
 #include <vector>
 
@@ -27,8 +26,7 @@ std::string loadReason(ELF& elf) {
   return std::string(loadWithReason(saveBytes(elf)).status().message());
 }
 
-// An image gains the nine sections in field order; what they hold is the
-// payloads' own matter.
+// New sections come in field order; their bytes are the payload table's matter.
 TEST(DebugFieldsTest, NineFieldsBecomeSectionsTwoToTenAndLoadBack) {
   ELF elf = testing::richELF();
   const Bytes first = saveBytes(elf);
@@ -48,9 +46,8 @@ TEST(DebugFieldsTest, NineFieldsBecomeSectionsTwoToTenAndLoadBack) {
   EXPECT_TRUE(testing::sameDebugInfo(*loaded, elf));
 }
 
-// Save writes the first section of each engaged field's name in place, as
-// PROGBITS aligned to 1 keeping its flags; an absent field and a second
-// section of a name are left alone.
+// Save rewrites the first section of an engaged field's name in place, as
+// PROGBITS aligned to 1 with its flags; others are left alone.
 TEST(DebugFieldsTest, ExistingSectionsAreRewrittenInPlace) {
   ELF elf;
   engine::Section& pm = addSection(elf, ".zelk.dbg.pmsize", {}, engine::kShtNobits);
@@ -64,24 +61,22 @@ TEST(DebugFieldsTest, ExistingSectionsAreRewrittenInPlace) {
   ASSERT_FALSE(saveBytes(elf).empty());
   const absl::Span<const engine::Section> s = imageOf(elf).sections();
   ASSERT_EQ(s.size(), 6u);
+  EXPECT_EQ((std::vector<uint64_t>{s[2].header.type, s[2].header.flags, s[2].header.addralign,
+                                   s[3].header.type, s[4].header.size}),
+            (std::vector<uint64_t>{engine::kShtProgbits, engine::kShfAlloc, 1, 7, 0}));
   EXPECT_EQ(bytesOf(s[2].bytes()), hex("44332211"));
-  EXPECT_EQ((std::vector<uint64_t>{s[2].header.type, s[2].header.flags, s[2].header.addralign}),
-            (std::vector<uint64_t>{engine::kShtProgbits, engine::kShfAlloc, 1}));
-  EXPECT_EQ(s[3].header.type, 7u);
   EXPECT_EQ(bytesOf(s[3].bytes()), hex("09000000"));
-  EXPECT_EQ(s[4].header.size, 0u);
   EXPECT_EQ(bytesOf(s[5].bytes()), hex("bb"));
 
-  // Raw bytes written to a debug section leave its field as it is, and the
-  // next save writes the field again.
+  // Raw bytes leave the field as it is; the next save writes the field again.
   elf.setSection(".zelk.dbg.pmsize", hex("00100000"));
   EXPECT_EQ(elf.pmSize, 0x11223344u);
   ASSERT_FALSE(saveBytes(elf).empty());
   EXPECT_EQ(bytesOf(elf.getSection(".zelk.dbg.pmsize")), hex("44332211"));
 }
 
-// Load decodes the first section of each name; NOBITS counts as empty, and
-// the first refused payload refuses the load, naming its section.
+// Load decodes the first section of a name, NOBITS as empty; a refused payload
+// refuses the load, naming its section.
 TEST(DebugFieldsTest, LoadDecodesTheFirstSectionOfEachName) {
   ELF elf;
   addSection(elf, ".zelk.dbg.swp", {}, engine::kShtNobits).header.size = 64;

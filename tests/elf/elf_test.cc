@@ -1,11 +1,14 @@
-// What only the class does: the object's life, raw section access by name,
-// text and comment lines, and the views `text` and `commentInfo`.
+// What only the class does: the object's life, raw sections by name, text and
+// comment lines, the views, and the buffer saves are written into.
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
+#include "elf/free_seek_buf.h"
 #include "elf/internal.h"
 #include "gtest/gtest.h"
+#include "support/alloc_hook.h"
 #include "support/test_support.h"
 
 namespace zelk_elf {
@@ -78,8 +81,7 @@ TEST(SectionsTest, RawAccessByName) {
   imageOf(elf).addSection("x");
   elf.setSection("x", hex("01"));
   EXPECT_EQ(imageOf(elf).sections()[3].header.size, 0u);
-  // An existing section keeps its other attributes; NOBITS holds nothing
-  // until written, and records its size.
+  // Writing keeps other attributes; NOBITS holds nothing but records its size.
   engine::Section& bss = imageOf(elf).addSection(".bss");
   bss.header = {bss.header.name, engine::kShtNobits, 3, 0x2000, 0, 4096, 1, 2, 16, 4};
   ELF loaded = reload(elf);
@@ -127,10 +129,8 @@ TEST(TextAndCommentTest, WhatConformanceImagesDoNotShow) {
   }
 }
 
-// `text` and `commentInfo` change only when the bytes of the section they
-// view are replaced; every other edit, and saving, leaves them as they are,
-// also when the caller assigned them. Adding a section appends its name to
-// the name table, replacing the bytes of the section that holds it.
+// The views change only when their section's bytes are replaced (also by a
+// name appended to a table that is that section), even when caller-assigned.
 TEST(ViewsTest, ChangeOnlyWhenTheirSectionIsReplaced) {
   const Bytes caller_text = {7, 8, 9};
   const std::vector<absl::string_view> caller_lines = {"mine"};
@@ -142,38 +142,16 @@ TEST(ViewsTest, ChangeOnlyWhenTheirSectionIsReplaced) {
     bool text_replaced;
     Names lines;  // empty: the caller's lines stay
   } rows[] = {
-      {"setSection of another name", 1, [](ELF& e) { e.setSection("o", {1}); }, false, {}},
-      {"setSection of a debug section",
-       1,
-       [](ELF& e) {
-         e.setSection(".zelk.dbg.id", {1, 2, 0, 3, 0});
-       },
-       false,
-       {}},
-      {"save adding the debug sections",
-       1,
-       [](ELF& e) { e.pmSize = 4, e.swpInfo.emplace(), e.save(); },
-       false,
-       {}},
-      {"setText",
-       1,
-       [](ELF& e) {
-         e.setText({1, 2}, 4);
-       },
-       true,
-       {}},
+      {"another section", 1, [](ELF& e) { e.setSection("o", {1}); }, false, {}},
+      {"a debug section", 1, [](ELF& e) { e.setSection(".zelk.dbg.id", {1, 2}); }, false, {}},
+      {"save", 1, [](ELF& e) { e.pmSize = 4, e.swpInfo.emplace(), e.save(); }, false, {}},
+      {"setText", 1, [](ELF& e) { e.setText({1, 2}, 4); }, true, {}},
       {"setSection .text", 1, [](ELF& e) { e.setSection(".text", {5}); }, true, {}},
       {"setCommentInfo", 1, [](ELF& e) { e.setCommentInfo({"x"}); }, false, {"x", ""}},
-      {"setSection .comment",
-       1,
-       [](ELF& e) { e.setSection(".comment", hex("610062")); },
-       false,
+      {"setSection .comment", 1, [](ELF& e) { e.setSection(".comment", hex("610062")); }, false,
        {"a", "b"}},
       {"a new name, names in .text", 2, [](ELF& e) { e.setSection("o", {1}); }, true, {}},
-      {"a new name, names in .comment",
-       3,
-       [](ELF& e) { e.setSection("o", {1}); },
-       false,
+      {"a new name, names in .comment", 3, [](ELF& e) { e.setSection("o", {1}); }, false,
        {"", ".shstrtab", ".text", ".comment", "o", ""}},
   };
   for (const auto& row : rows) {
@@ -194,6 +172,61 @@ TEST(ViewsTest, ChangeOnlyWhenTheirSectionIsReplaced) {
     EXPECT_TRUE(row.lines.empty() ? elf.commentInfo == caller_lines &&
                                         elf.commentInfo->front().data() == caller_lines[0].data()
                                   : lines(elf) == row.lines);
+  }
+}
+
+
+TEST(FreeSeekBufTest, Contract) {
+  const std::string h(52, 'h'), s(40, 's'), zeros(148, '\0');
+  const std::streampos refused(std::streamoff(-1));
+  const struct {
+    const char* rule;
+    std::function<void(FreeSeekBuf&, std::ostream&)> steps;
+    std::string content;  // empty: not checked
+    bool stream_fails;
+  } rows[] = {
+      {"seekp(0) on an empty buffer adds nothing",
+       [&](FreeSeekBuf&, std::ostream& o) { o.seekp(0) << h; }, h, false},
+      {"a position beyond the end fills the gap with zeros",
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(200) << s; }, h + zeros + s, false},
+      {"a position inside overwrites and keeps the length",
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(200) << s, o.seekp(52) << "oo"; },
+       h + "oo" + zeros.substr(2) + s, false},
+      {"a position exactly at the end appends nothing",
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(52); }, h, false},
+      {"a negative position fails and changes nothing",
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(refused); }, h, true},
+      {"relative positioning keeps the standard rules",
+       [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(100, std::ios_base::beg); }, h, true},
+      {"input-only positioning beyond the end fails, in and out extends",
+       [&](FreeSeekBuf& b, std::ostream& o) {
+         o << "xxxx";
+         EXPECT_EQ(b.pubseekpos(10, std::ios_base::in), refused);
+         EXPECT_EQ(b.pubseekpos(10), std::streampos(10));
+       },
+       std::string("xxxx") + std::string(6, '\0'), false},
+      {"zeros that cannot be stored fail the positioning, not the process",
+       [&](FreeSeekBuf& b, std::ostream& o) {
+         o << "xxxx";
+         testing::arm(1, testing::FailMode::kFromThenOn);
+         const std::streampos got = b.pubseekpos(8 << 20);
+         o.seekp(8 << 20);
+         testing::disarm();
+         EXPECT_EQ(got, refused);
+       },
+       "", true},
+  };
+  testing::warmUpFailurePath();
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.rule);
+    FreeSeekBuf buffer;
+    std::ostream out(&buffer);
+    row.steps(buffer, out);
+    EXPECT_EQ(out.fail(), row.stream_fails);
+    // A failed growth may keep part of the zeros; the stream saw the failure.
+    if (!row.content.empty()) {
+      EXPECT_EQ(buffer.str(), row.content);
+    }
   }
 }
 

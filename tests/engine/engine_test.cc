@@ -1,11 +1,16 @@
-// The engine: what a new image holds, the load rules for malformed input,
-// the edits, the layout with its refusals, and the write.
+// The engine: the load rules for malformed input, the edits, the layout with
+// its refusals and the order of nested segments, and the write.
+#include <algorithm>
+#include <deque>
 #include <functional>
+#include <numeric>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "engine/image.h"
+#include "engine/layout.h"
 #include "gtest/gtest.h"
 #include "support/elf_builder.h"
 #include "support/test_support.h"
@@ -25,8 +30,7 @@ Bytes saved(Image& image) {
   return image.save(out).ok() ? bytesOf(out.str()) : Bytes();
 }
 
-// A PROGBITS section holding `data`, aligned to 1. References to sections
-// last until the next section is added.
+// A PROGBITS section holding `data`; valid until the next section is added.
 Section& addData(Image& image, absl::string_view name, const Bytes& data, uint64_t flags = 0) {
   Section& s = image.addSection(name);
   s.header.type = kShtProgbits;
@@ -73,6 +77,7 @@ TEST(SectionEditTest, NamesAreAppendedAndDataCopied) {
   for (int i = 0; i < 100; ++i) image.addSection(".s" + std::to_string(i)), image.addSegment();
   Section& t = image.sections()[2];
   EXPECT_EQ(t.bytes().data(), held);  // stable across growth
+  EXPECT_EQ(image.segments()[99].header.align, 0u);  // a new segment is all zeros
   t.setData(nullptr, 0);
   EXPECT_TRUE(t.bytes().data() == nullptr && t.header.size == 0);
   // NOBITS keeps what it held and records that count.
@@ -105,11 +110,8 @@ std::string summary(const Image& image) {
   return names + " " + held;
 }
 
-// The basic image with one edit: refused with a reason that says what failed
-// and where, or loaded. Entries wholly inside the input are read; the first
-// one cut short keeps what is there, later ones read as zeros. Wider entries
-// are read from their first bytes. Held bytes stop at the end of the input;
-// names resolve only inside the name table's held bytes.
+// The basic image with one edit: refused with a reason saying what failed and
+// where (and the image unchanged), or loaded with these sections.
 TEST(LoadRulesTest, EditsOfABasicImage) {
   const SegmentHeader load = {kPtLoad, kPfR, 0x200, 0x1000, 0x1000, 0x20, 0x20, 0x1000};
   const std::string as_built = ",.shstrtab,.data, 0,17,6,";
@@ -176,9 +178,8 @@ TEST(LoadRulesTest, EditsOfABasicImage) {
   }
 }
 
-// Names added to a loaded image go where its name table says: nowhere
-// without a usable table, past a table cut short by the input (zero-filled),
-// and into the next section when the index points just past the table.
+// Names added to a loaded image: nowhere without a usable table, after a
+// table cut short (zero-filled), into the next section when it is the table.
 TEST(LoadRulesTest, AddingNamesToLoadedTables) {
   const struct {
     const char* edit;
@@ -218,9 +219,8 @@ TEST(LoadRulesTest, AddingNamesToLoadedTables) {
   }
 }
 
-// A new image cut by its last byte: the name table's entry is cut, so no
-// names resolve and the table holds nothing; saved back, the table keeps its
-// place and recorded size, filled with zeros.
+// A cut name table entry holds nothing; saved back, its place and size stay,
+// filled with zeros.
 TEST(LoadRulesTest, NewImageCutByOneByteSavesBack) {
   Image image;
   Bytes bytes = saved(image);
@@ -230,8 +230,7 @@ TEST(LoadRulesTest, NewImageCutByOneByteSavesBack) {
   EXPECT_EQ(saved(image), bytes);
 }
 
-// Sections by address when ALLOC, else by offset; TLS ones only in PT_TLS;
-// a size of 0 at a segment's end is in none.
+// By address when ALLOC, else by offset; TLS only in PT_TLS; empty at the end: none.
 TEST(LoadRulesTest, SegmentMembership) {
   ElfBuilder b;
   b.body = Bytes(0x100, 0xAB);
@@ -252,8 +251,7 @@ TEST(LoadRulesTest, SegmentMembership) {
   EXPECT_EQ(members, (std::vector<std::vector<uint16_t>>{{1, 2}, {3}, {0}, {}}));
 }
 
-// Segments laid out in order: a segment contained in another comes after it
-// and ends at its last member.
+// A segment contained in another is laid out after it, ending at its last member.
 TEST(LayoutTest, NestedSegmentEndsAtItsLastMember) {
   Image image;
   addData(image, ".a", Bytes(0x20, 1), kShfAlloc);
@@ -267,84 +265,63 @@ TEST(LayoutTest, NestedSegmentEndsAtItsLastMember) {
   ASSERT_FALSE(saved(image).empty());
   const SectionHeader& a = image.sections()[2].header;
   const SectionHeader& b = image.sections()[3].header;
-  EXPECT_EQ(
-      (std::vector<uint64_t>{a.offset, a.addr, b.offset, b.addr, outer.offset, outer.filesz,
-                             inner.offset, inner.filesz, inner.memsz}),
-      (std::vector<uint64_t>{0x1000, 0x400000, 0x1020, 0x400020, 0x1000, 0x30, 0x1020, 16, 16}));
+  EXPECT_EQ((std::vector<uint64_t>{a.offset, a.addr, b.offset, b.addr, outer.offset, outer.filesz,
+                                   inner.offset, inner.filesz, inner.memsz}),
+            (std::vector<uint64_t>{4096, 0x400000, 0x1020, 0x400020, 4096, 48, 0x1020, 16, 16}));
 }
 
-// A stream that accepts nothing past a fixed number of bytes.
-class LimitedBuf : public std::stringbuf {
- public:
-  explicit LimitedBuf(size_t limit) : limit_(limit) {}
-
- protected:
+// A stream buffer that takes at most `limit` bytes.
+struct LimitedBuf : std::stringbuf {
+  explicit LimitedBuf(size_t limit) : limit(limit) {}
   std::streamsize xsputn(const char* s, std::streamsize n) override {
-    written_ += static_cast<size_t>(n);
-    return written_ > limit_ ? 0 : std::stringbuf::xsputn(s, n);
+    return (written += n) > limit ? 0 : std::stringbuf::xsputn(s, n);
   }
-
- private:
-  size_t limit_;
-  size_t written_ = 0;
+  std::streamsize limit, written = 0;
 };
 
-// The layout refuses only what it cannot place: a member that would go below
-// its segment's start or over an earlier member, a missing member, and images
-// beyond 4 GiB - 1 bytes. Everything else is laid out as given, however much
-// padding it asks for. `shoff` is where the layout put the section header
-// table (0: refused); saving into a 256 MiB sink writes the smaller ones whole.
+// The layout refuses only what it cannot place, and images beyond 4 GiB - 1
+// bytes; `shoff` is where it put the section headers (0: refused).
 TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
   const std::string too_big =
       "the image would pass 4294967295 bytes, the largest it can be (placing section 2 ";
+  const auto at = [](Section& s, uint64_t address) { setAddress(s, address); };
+  const auto text = [at](Image& i, uint64_t segment, uint64_t address) {
+    at(addLoaded(i, {1, 2, 3, 4}, 4), address), i.segments()[0].header.vaddr = segment;
+  };
   const struct {
     const char* edit;
     std::function<void(Image&)> apply;
     uint64_t shoff;
     std::string reason = "";  // of a refused layout
   } rows[] = {
-      {"text aligned at 128 MiB", [](Image& i) { addLoaded(i, Bytes(8, 1), 0x8000000); },
-       0x8000020},
-      {"a section recording 100 MiB more than it holds",
-       [](Image& i) { addData(i, ".big", {1}).header.size = 100 << 20; },
-       52 + 16 + (100 << 20) + 12},
-      {"an alignment of almost 4 GiB",
-       [](Image& i) { i.sections()[0].header.addralign = 0xFF000000u; }, 0xFF000010},
-      {"a member addressed below its segment",
-       [](Image& i) {
-         setAddress(addLoaded(i, {1, 2, 3, 4}, 4), 0x10), i.segments()[0].header.vaddr = 0x8000;
-       },
-       0, "section 2 (\".text\") lies at address 0x10, below segment 0 at 0x8000"},
-      {"a member addressed inside its segment",
-       [](Image& i) {
-         setAddress(addLoaded(i, {1, 2, 3, 4}, 4), 0x8040), i.segments()[0].header.vaddr = 0x8000;
-       },
-       0x1060},
-      {"members with overlapping addresses",
-       [](Image& i) {
-         setAddress(addLoaded(i, Bytes(16, 1), 4), 0);
-         setAddress(addData(i, ".u", Bytes(16, 2)), 8);
+      {"aligned at 128 MiB", [](Image& i) { addLoaded(i, Bytes(8, 1), 0x8000000); }, 0x8000020},
+      {"100 MiB recorded", [](Image& i) { addData(i, ".big", {1}).header.size = 100 << 20; },
+       0x6400050},
+      {"aligned at almost 4 GiB", [](Image& i) { i.sections()[0].header.addralign = 0xFF000000u; },
+       0xFF000010},
+      {"below its segment", [&](Image& i) { text(i, 0x8000, 0x10); }, 0,
+       "section 2 (\".text\") lies at address 0x10, below segment 0 at 0x8000"},
+      {"inside its segment", [&](Image& i) { text(i, 0x8000, 0x8040); }, 0x1060},
+      {"overlapping addresses",
+       [&](Image& i) {
+         at(addLoaded(i, Bytes(16, 1), 4), 0), at(addData(i, ".u", Bytes(16, 2)), 8);
          i.segments()[0].addSectionIndex(3, 1);
        },
        0, "section 3 (\".u\") at address 0x8 overlaps what segment 0 places before it"},
-      {"a member placed before its segment's start",
+      {"before its segment's start",
        [](Image& i) {
          addData(i, ".a", Bytes(16, 1)), addData(i, ".b", Bytes(16, 2));
          i.addSegment().addSectionIndex(2, 1);
-         Segment& second = i.addSegment();
-         second.addSectionIndex(3, 1), second.addSectionIndex(2, 1);
+         i.addSegment().addSectionIndex(3, 1), i.segments()[1].addSectionIndex(2, 1);
        },
        0, "section 2 (\".a\") lies before the start of segment 1"},
-      {"a segment listing a missing section",
-       [](Image& i) { i.addSegment().addSectionIndex(5, 1); }, 0, "segment 0 lists section 5 of 2"},
-      {"an offset past 4 GiB in a 32-bit image",
+      {"a missing member", [](Image& i) { i.addSegment().addSectionIndex(5, 1); }, 0,
+       "segment 0 lists section 5 of 2"},
+      {"past 4 GiB", [&](Image& i) { text(i, 0, 0xFFFFFF00); }, 0, too_big + "(\".text\"))"},
+      {"1 TiB recorded in a 64-bit image",
        [](Image& i) {
-         setAddress(addLoaded(i, {1, 2, 3, 4}, 4), 0xFFFFFF00);
-       },
-       0, too_big + "(\".text\"))"},
-      {"a 64-bit section recording 1 TiB",
-       [](Image& i) {
-         i = Image(kClass64, kDataLsb), addData(i, ".big", {1}).header.size = uint64_t{1} << 40;
+         i = Image(kClass64, kDataLsb);
+         addData(i, ".big", {}).header.size = uint64_t{1} << 40;
        },
        0, too_big + "(\".big\"))"},
   };
@@ -371,8 +348,7 @@ TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
   }
 }
 
-// Entries wider than their records: each record is written at its entry,
-// and the file ends with the last record, not with the last entry.
+// Wider entries: each record at its entry, the file ending with the last one.
 TEST(LayoutTest, WideEntriesEndTheFileWithTheirLastRecord) {
   Image image;
   const Bytes fresh = saved(image);
@@ -391,10 +367,13 @@ TEST(LayoutTest, WideEntriesEndTheFileWithTheirLastRecord) {
   phdrs[48] = 0;   // e_shnum
   ASSERT_TRUE(loaded.load(phdrs).ok());
   EXPECT_EQ(saved(loaded).size(), 52u + 48 + 32);
+  EXPECT_EQ(loaded.savedSize().value_or(0), 52u + 48 + 32);
+  phdrs[44] = 0;  // e_phnum: the file header alone
+  ASSERT_TRUE(loaded.load(phdrs).ok());
+  EXPECT_EQ(loaded.savedSize().value_or(0), 52u);
 }
 
-// Damaged header fields a save repairs: a null entry's bytes are never
-// written (at its offset 0 they would overwrite the file header), and record
+// A null entry's bytes are never written (over the file header), and record
 // sizes below the class's are raised.
 TEST(LayoutTest, RepairsDamagedHeaderFields) {
   Image image;
@@ -437,6 +416,61 @@ TEST(WriteTest, StreamFailureAnywhereFailsTheSave) {
   std::ostream out(&buf);
   EXPECT_FALSE(image.save(out).ok());
   EXPECT_EQ(text.header.offset, 0x80001000u);
+}
+
+
+// The definition: offset-0 segments are pulled forward; then the queue's front
+// is placed unless a queued segment contains it, which sends it to the back.
+std::vector<size_t> queueOrder(const Image& image) {
+  const absl::Span<const Segment> g = image.segments();
+  std::vector<size_t> w(g.size());
+  std::iota(w.begin(), w.end(), 0);
+  for (size_t i = 0, k = 0; i < w.size(); ++i) {
+    if (i != k && g[w[i]].off_init && g[w[i]].header.offset == 0) {
+      if (g[w[k]].header.offset == 0) ++k;
+      std::swap(w[i], w[k++]);
+    }
+  }
+  const auto contained = [&](size_t s, size_t t) {
+    const std::vector<uint16_t> ls = g[s].sections.toVector(), lt = g[t].sections.toVector();
+    return ls.size() < lt.size() && std::includes(lt.begin(), lt.end(), ls.begin(), ls.end());
+  };
+  std::deque<size_t> queue(w.begin(), w.end()), order;
+  while (!queue.empty()) {
+    const size_t s = queue.front();
+    queue.pop_front();
+    const auto holds = [&](size_t t) { return contained(s, t); };
+    (std::any_of(queue.begin(), queue.end(), holds) ? queue : order).push_back(s);
+  }
+  return std::vector<size_t>(order.begin(), order.end());
+}
+
+TEST(SegmentOrderTest, EqualsTheQueueOverRandomTables) {
+  std::mt19937 random(20261123);
+  const auto below = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+  for (int round = 0; round < 3000; ++round) {
+    Image image;
+    const uint32_t segments = 1 + below(9);
+    for (uint32_t i = 0; i < segments; ++i) {
+      Segment& g = image.addSegment();
+      g.off_init = below(3) == 0;
+      g.header.offset = below(2) == 0 ? 0 : 0x1000;
+      // Lists without gaps, with gaps, in any order, with repeats, or empty.
+      const uint32_t shape = below(5);
+      const uint32_t first = 1 + below(6), length = shape == 4 ? 0 : below(7);
+      for (uint32_t k = 0; k < length; ++k) {
+        const uint32_t index = shape == 0   ? first + k
+                               : shape == 1 ? first + 2 * k
+                               : shape == 2 ? 1 + below(8)
+                                            : first + k / 2;
+        g.sections.push_back(static_cast<uint16_t>(index));
+      }
+    }
+    const absl::StatusOr<SegmentOrder> order = segmentOrder(image);
+    ASSERT_TRUE(order.ok()) << order.status();
+    ASSERT_EQ(std::vector<size_t>(order->begin(), order->end()), queueOrder(image))
+        << "round " << round;
+  }
 }
 
 }  // namespace

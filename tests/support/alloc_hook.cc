@@ -6,7 +6,6 @@
 // The real allocator behind the --wrap'ed symbols (see CMakeLists.txt).
 extern "C" {
 void* __real_malloc(size_t size);
-void* __real_realloc(void* p, size_t size);
 void __real_free(void* p);
 }
 
@@ -14,8 +13,7 @@ namespace zelk_elf {
 namespace testing {
 namespace {
 
-// Tests run on one thread; plain counters keep the hook free of allocation
-// and locking.
+// Tests run on one thread: plain counters, no allocation, no locking.
 int64_t g_live = 0;
 uint64_t g_attempts = 0;
 uint64_t g_bytes = 0;
@@ -83,8 +81,7 @@ void warmUpFailurePath() {
 }
 
 bool newHooked() {
-  // Called through a pointer so that the call cannot be inlined past a
-  // tool's redirection of the symbol.
+  // Through a pointer, so no inlining bypasses a tool's redirection.
   void* (*volatile allocate)(size_t) = &::operator new;
   void (*volatile release)(void*) noexcept = &::operator delete;
   const uint64_t before = g_attempts;
@@ -99,32 +96,17 @@ using zelk_elf::testing::countedFree;
 using zelk_elf::testing::countedMalloc;
 using zelk_elf::testing::newOrThrow;
 
-// The malloc family as the library's and the tests' objects see it.
+// malloc and free as the library's and the tests' objects see them; nothing
+// here calls the rest of the family, which therefore is not wrapped.
 extern "C" {
 
 void* __wrap_malloc(size_t size) { return countedMalloc(size); }
-
-void* __wrap_calloc(size_t count, size_t size) {
-  if (size != 0 && count > SIZE_MAX / size) return nullptr;
-  void* p = countedMalloc(count * size);
-  if (p != nullptr) __builtin_memset(p, 0, count * size);
-  return p;
-}
-
-void* __wrap_realloc(void* p, size_t size) {
-  if (p == nullptr) return countedMalloc(size);
-  if (zelk_elf::testing::shouldFail()) return nullptr;
-  // Growing or shrinking keeps one live block.
-  zelk_elf::testing::g_bytes += size;
-  return __real_realloc(p, size == 0 ? 1 : size);
-}
 
 void __wrap_free(void* p) { countedFree(p); }
 
 }  // extern "C"
 
-// Every replaceable form of the global operator new and delete but the
-// over-aligned ones, which nothing here uses.
+// Every replaceable operator new and delete but the over-aligned, unused here.
 void* operator new(size_t size) { return newOrThrow(size); }
 void* operator new[](size_t size) { return newOrThrow(size); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept { return countedMalloc(size); }

@@ -1,10 +1,5 @@
-// Counting, failure-injecting allocation, and sweeps of allocation failures.
-//
-// A test binary that links alloc_hook.cc replaces every form of the global
-// operator new and delete and (through the linker's --wrap) the malloc
-// family as the library's and the test's objects call it. Each allocation
-// attempt counts; the hook can be armed to fail the Nth attempt (once, or
-// that one and every later one).
+// Counting, failure-injecting allocation: a test binary linking alloc_hook.cc
+// hooks operator new and delete and (by the linker's --wrap) the malloc family.
 #ifndef ZELK_ELF_TESTS_SUPPORT_ALLOC_HOOK_H_
 #define ZELK_ELF_TESTS_SUPPORT_ALLOC_HOOK_H_
 
@@ -26,18 +21,14 @@ uint64_t bytesAllocated();  // by every allocation so far
 // From now on, allocation attempt `n` (from 1) fails as `mode` says.
 void arm(uint64_t n, FailMode mode);
 bool disarm();  // stops; returns whether an attempt was failed
-// Makes the runtime do its one-time work of the failure path (the first
-// exception thrown allocates), so that sweeps measure only the library.
+// Does the runtime's one-time work of throwing, so sweeps see the library only.
 void warmUpFailurePath();
 // Whether operator new reaches the hook; valgrind puts its own in place.
 bool newHooked();
 
-// Runs `op` with allocation N failing, for N = 1, 2, ... until a run meets
-// no failure, in both modes. For each N: `setup()` builds the state
-// (unhooked), `op(state)` runs armed and returns its outcome, and
-// `check(state, outcome, failed)` asserts it; then the state is destroyed
-// and every block allocated meanwhile must be released. Returns the number
-// of failure points swept.
+// For N = 1, 2, ... until no failure is met, in both modes: `op(setup())` runs
+// with allocation N failing, `check(state, outcome, failed)` asserts, and the
+// state destroyed, nothing may be left allocated. Returns the points swept.
 template <typename Setup, typename Op, typename Check>
 uint64_t sweepAllocations(Setup setup, Op op, Check check) {
   constexpr uint64_t kMaxPoints = 200000;  // far above any operation here

@@ -12,10 +12,8 @@
 namespace zelk_elf {
 namespace testing {
 
-// An image laid out by hand: the file header, the program headers, `body`
-// at `body_at` (or right after the program headers when they reach it), then
-// the section header table unless `h.shoff` is set. Counts, table offsets and
-// record sizes are filled in unless set.
+// The file header, program headers, `body` at `body_at` (or after the program
+// headers), then the section headers at `h.shoff` or after the body.
 struct ElfBuilder {
   explicit ElfBuilder(uint8_t elf_class = engine::kClass64, uint8_t encoding = engine::kDataLsb)
       : format(&engine::recordFormat(elf_class, encoding)) {
@@ -30,9 +28,8 @@ struct ElfBuilder {
   // The null entry, ".shstrtab" and an ALLOC ".data" holding "hello".
   static ElfBuilder basic(uint8_t elf_class = engine::kClass64) {
     ElfBuilder b(elf_class);
-    const std::string body(".shstrtab\0.data\0hello", 22);
-    b.body.push_back(0);
-    b.body.insert(b.body.end(), body.begin(), body.end());
+    const std::string body("\0.shstrtab\0.data\0hello", 23);
+    b.body.assign(body.begin(), body.end());
     b.sections.resize(3);
     b.sections[1] = {1, engine::kShtStrtab, 0, 0, 0x200, 17, 0, 0, 1, 0};
     b.sections[2] = {11, engine::kShtProgbits, engine::kShfAlloc, 0x1000, 0x211, 6, 0, 0, 1, 0};
