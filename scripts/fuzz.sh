@@ -3,7 +3,8 @@
 # Usage: scripts/fuzz.sh BUILD_DIR [SECONDS_PER_TARGET]
 # Without SECONDS the test command's budget applies: about a minute in all,
 # most of it for the whole-image targets. New inputs go to a scratch folder;
-# the committed seeds (fuzz/corpus/<target>/) and the shared corpus are read.
+# the committed seeds and findings (fuzz/corpus/<target>/, fuzz/findings/
+# <target>/) and the shared corpus are read.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:?usage: fuzz.sh BUILD_DIR [SECONDS]}
@@ -26,12 +27,14 @@ for bin in "${targets[@]}"; do
   case $name in
     engine_fuzz) secs=20 ;;
     capi_fuzz) secs=15 ;;
-    *) secs=3 ;;
+    *) secs=10 ;;
   esac
   [ -n "$fixed" ] && secs=$fixed
   dirs=("$work/$name")
   mkdir -p "$work/$name"
-  [ -d "$root/fuzz/corpus/$name" ] && dirs+=("$root/fuzz/corpus/$name")
+  for seeds in corpus findings; do
+    [ -d "$root/fuzz/$seeds/$name" ] && dirs+=("$root/fuzz/$seeds/$name")
+  done
   case $name in
     engine_fuzz|capi_fuzz) [ -d "$shared/corpus" ] && dirs+=("$shared/corpus/real" "$shared/corpus/hostile") ;;
   esac
