@@ -91,17 +91,6 @@ class SectionList {
 
   std::vector<uint16_t> toVector() const { return std::vector<uint16_t>(begin(), end()); }
 
-  friend bool operator==(const SectionList& a, const SectionList& b) {
-    if (a.size_ != b.size_ || a.runs_.size() != b.runs_.size()) return false;
-    for (size_t i = 0; i < a.runs_.size(); ++i) {
-      if (a.runs_[i].first != b.runs_[i].first || a.runs_[i].count != b.runs_[i].count) {
-        return false;
-      }
-    }
-    return true;
-  }
-  friend bool operator!=(const SectionList& a, const SectionList& b) { return !(a == b); }
-
  private:
   absl::InlinedVector<Run, 1> runs_;
   size_t size_ = 0;
