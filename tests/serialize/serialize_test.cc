@@ -34,7 +34,7 @@ TEST(WireTest, RefusalsLeaveTheReaderAtItsEnd) {
       {[](const Bytes& b, size_t* l) { return !Decode<std::string>(b, l); }, Cat({U64(8), B({1})})},
       {[](const Bytes& b, size_t* l) { return !Decode<std::string>(b, l); }, B({1, 0, 0})},
       {[](const Bytes& b, size_t* l) { return !Decode<Strings>(b, l); }, Cat({U64(3), Str("a")})},
-      {[](const Bytes& b, size_t* l) { return !Decode<Strings>(b, l); }, U64(uint64_t{1} << 40)},
+      {[](const Bytes& b, size_t* l) { return !Decode<Strings>(b, l); }, U64(~uint64_t{0})},
   };
   for (const auto& row : rows) {
     size_t left = 99;

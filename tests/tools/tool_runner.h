@@ -66,7 +66,7 @@ inline ToolResult runTool(const std::string& line, const std::string& cwd,
   argv.push_back(nullptr);
   const pid_t pid = ::fork();
   if (pid == 0) {  // only async-signal-safe calls from here
-    const rlimit limit = {memory_limit, memory_limit};
+    const rlimit limit = {static_cast<rlim_t>(memory_limit), static_cast<rlim_t>(memory_limit)};
     if (::dup2(::open("/dev/null", O_RDONLY), 0) < 0 ||
         ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT, 0600), 1) < 0 ||
         ::dup2(::open(err.c_str(), O_WRONLY | O_CREAT, 0600), 2) < 0 ||
