@@ -41,10 +41,13 @@ struct ElfBuilder {
     h.phnum = static_cast<uint16_t>(segments.size());
     h.phoff = segments.empty() ? 0 : h.ehsize;
     h.shnum = static_cast<uint16_t>(sections.size());
-    body_at = std::max<uint64_t>(body_at, h.phoff + uint64_t{h.phentsize} * h.phnum);
+    // Entries narrower than their records still get the whole record's room.
+    const uint64_t ph = std::max<uint64_t>(h.phentsize, format->segment_header_size);
+    const uint64_t sh = std::max<uint64_t>(h.shentsize, format->section_header_size);
+    body_at = std::max<uint64_t>(body_at, h.phoff + ph * h.phnum);
     if (h.shoff == 0 && !sections.empty()) h.shoff = body_at + body.size();
     std::vector<uint8_t> out(
-        std::max<uint64_t>(body_at + body.size(), h.shoff + h.shentsize * sections.size()));
+        std::max<uint64_t>(body_at + body.size(), h.shoff + sh * sections.size()));
     format->encodeFileHeader(h, out.data());
     for (size_t i = 0; i < segments.size(); ++i) {
       format->encodeSegmentHeader(segments[i], out.data() + h.phoff + h.phentsize * i);
