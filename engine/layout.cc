@@ -330,9 +330,7 @@ absl::StatusOr<uint64_t> layOut(Image& image) {
   // file ends with its last record.
   if (!advance(pos, 16 - pos % 16)) return tooBig("the section header table");
   uint64_t end = pos;
-  if (section_count != 0 &&
-      !advance(end, uint64_t{h.shentsize} * (section_count - 1) +
-                        f.section_header_size)) {
+  if (!advance(end, tableBytes(section_count, h.shentsize, f.section_header_size))) {
     return tooBig("the section header table");
   }
   h.shoff = pos;
@@ -340,8 +338,7 @@ absl::StatusOr<uint64_t> layOut(Image& image) {
   // or without sections the program headers or the file header.
   if (section_count != 0) return end;
   if (segment_count != 0) {
-    return uint64_t{h.phoff} + uint64_t{h.phentsize} * (segment_count - 1) +
-           f.segment_header_size;
+    return h.phoff + tableBytes(segment_count, h.phentsize, f.segment_header_size);
   }
   return uint64_t{f.file_header_size};
 }

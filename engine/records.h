@@ -100,6 +100,12 @@ struct RecordFormat {
   void (*encodeSegmentHeader)(const SegmentHeader& h, uint8_t* out);
 };
 
+// The bytes a table of `count` records takes with entries `entry_size`
+// apart: the last record ends the table, whatever the entry size.
+constexpr uint64_t tableBytes(uint64_t count, uint64_t entry_size, uint64_t record_size) {
+  return count == 0 ? 0 : entry_size * (count - 1) + record_size;
+}
+
 // The format of ELFCLASS32/64 with ELFDATA2LSB/MSB; any class other than
 // kClass64 reads as 32-bit and any encoding other than kDataMsb as LSB.
 const RecordFormat& recordFormat(uint8_t elf_class, uint8_t encoding);

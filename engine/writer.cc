@@ -51,8 +51,7 @@ bool seek(std::streambuf& out, uint64_t offset) {
 template <typename Records, typename Encode>
 Scratch encodeTable(const Records& records, size_t entry_size, size_t record_size,
                     Encode encode) {
-  if (records.empty()) return {};
-  Scratch run(entry_size * (records.size() - 1) + record_size);
+  Scratch run(static_cast<size_t>(tableBytes(records.size(), entry_size, record_size)));
   for (size_t i = 0; i < records.size(); ++i) encode(records[i], run.data() + i * entry_size);
   return run;
 }
