@@ -308,12 +308,10 @@ absl::StatusOr<uint64_t> layOut(Image& image) {
     if (absl::Status s = layOutSegment(image, g, placed, pos); !s.ok()) return s;
   }
 
-  absl::InlinedVector<bool, 64> listed(section_count, false);
-  for (const Segment& g : image.segments()) {
-    for (uint16_t x : g.sections) listed[x] = true;
-  }
+  // Every segment has been laid out, so the sections still unplaced are
+  // the ones no segment lists: they follow in index order.
   for (size_t i = 0; i < section_count; ++i) {
-    if (listed[i]) continue;
+    if (placed[i]) continue;
     Section& s = image.sections()[i];
     const uint64_t a = s.header.addralign;
     if (a > 1 && pos % a != 0 && !advance(pos, a - pos % a)) {
