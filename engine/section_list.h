@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <iterator>
 #include <vector>
 
@@ -59,9 +58,6 @@ class SectionList {
   };
 
   SectionList() = default;
-  SectionList(std::initializer_list<uint16_t> indexes) {
-    for (uint16_t x : indexes) push_back(x);
-  }
 
   // Appends `index`, extending the last run when it follows it.
   void push_back(uint16_t index) {
