@@ -34,7 +34,11 @@ void Section::setData(const uint8_t* data, size_t size) {
     size = 0;
   }
   if (size != 0) std::memcpy(fresh.get(), data, size);
-  own_ = std::move(fresh);
+  adopt(std::move(fresh), size);
+}
+
+void Section::adopt(std::unique_ptr<uint8_t[]> own, size_t size) noexcept {
+  own_ = std::move(own);
   bytes_ = absl::MakeConstSpan(own_.get(), size);
   header.size = size;
 }
@@ -114,9 +118,7 @@ Section& Image::addSection(absl::string_view name) {
   sections_.push_back(std::move(added));
   if (grown) {
     Section& t = table_index == index ? sections_.back() : sections_[table_index];
-    t.own_ = std::move(grown);
-    t.bytes_ = absl::MakeConstSpan(t.own_.get(), grown_size);
-    t.header.size = grown_size;
+    t.adopt(std::move(grown), grown_size);
   }
   return sections_.back();
 }

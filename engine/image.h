@@ -62,6 +62,9 @@ struct Section {
  private:
   friend class Image;
   friend class ImageReader;
+  // Holds `size` bytes at `own` and records that count as the size.
+  void adopt(std::unique_ptr<uint8_t[]> own, size_t size) noexcept;
+
   absl::Span<const uint8_t> bytes_;
   std::unique_ptr<uint8_t[]> own_;  // when the bytes are not the input's
 };
