@@ -96,7 +96,10 @@ Section& Image::addSection(absl::string_view name) {
     const uint64_t start = table->header.size;
     const uint64_t lead = start == 0 ? 1 : 0;  // an empty table opens with NUL
     const uint64_t held = table->bytes_.size();
-    if (start + lead + written.size() + 1 <= 0xFFFFFFFFu) {
+    // The offset and the name after it must fit the 32-bit name field; a
+    // 64-bit table's size is not summed, as it may wrap.
+    const uint64_t appended = lead + written.size() + 1;
+    if (start <= 0xFFFFFFFFu && appended <= 0xFFFFFFFFu - start) {
       added.header.name = static_cast<uint32_t>(start + lead);
       // A NOBITS table holds nothing, but the offset is still handed out.
       // A table far shorter than it claims is not padded out without bound.

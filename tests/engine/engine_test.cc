@@ -193,6 +193,8 @@ TEST(LoadRulesTest, AddingNamesToLoadedTables) {
       {"index past the table", [](ElfBuilder& b) { b.h.shstrndx = 4; }, 0, 1, 17},
       {"index of the next section", [](ElfBuilder& b) { b.h.shstrndx = 3; }, 1, 3, 4},
       {"NOBITS table", [](ElfBuilder& b) { b.sections[1].type = kShtNobits; }, 17, 1, 0},
+      {"NOBITS table claiming 2^64 - 2 bytes",
+       [](ElfBuilder& b) { b.sections[1].type = kShtNobits, b.sections[1].size = ~1ull; }, 0, 1, 0},
       {"table claiming 0x40 bytes, 20 held",
        [](ElfBuilder& b) {
          b.sections[1].size = 0x40, b.sections[1].offset = 0x3C0 - 20, b.h.shoff = 0x300;
