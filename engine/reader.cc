@@ -120,11 +120,6 @@ void readNames(const FileHeader& h, std::vector<Section>& sections) {
   }
 }
 
-// lo <= b, b + n <= hi, b < hi, with the sums wrapping as the layout's do.
-bool within(uint64_t b, uint64_t n, uint64_t lo, uint64_t hi) {
-  return lo <= b && b + n <= hi && b < hi;
-}
-
 // Segment membership: ALLOC sections by address against the memory range,
 // the others by offset against the file range; TLS sections belong to
 // PT_TLS segments only, and those hold nothing else. Sections are sorted by
@@ -157,7 +152,9 @@ absl::Status computeMembership(const std::vector<Section>& sections,
       for (; it != sorted.end() && it->key < hi; ++it) {
         ++checks;
         const SectionHeader& sh = sections[it->index].header;
-        if (within(it->key, sh.size, lo, hi) &&
+        // lo <= key < hi by the search and the loop; the end wraps as the
+        // layout's sums do.
+        if (it->key + sh.size <= hi &&
             tls_segment == ((sh.flags & kShfTls) != 0)) {
           members.push_back(static_cast<uint16_t>(it->index));
         }
