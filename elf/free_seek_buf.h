@@ -21,6 +21,10 @@ class FreeSeekBuf : public std::basic_stringbuf<char> {
   FreeSeekBuf() = default;
   ~FreeSeekBuf() override = default;
 
+  // Whether writes go to the array at `start`: what pubsetbuf does is up to
+  // the standard library, and it ignores a negative count.
+  bool writesInto(const char* start) const { return pbase() == start; }
+
  protected:
   // Never throws: a stream must see a failed positioning, not an exception,
   // when the zeros cannot be stored.

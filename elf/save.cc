@@ -1,10 +1,11 @@
 // Saving: debug fields into their sections, then the image into bytes.
 #include <ios>
+#include <memory>
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <memory>
 
+#include "absl/strings/str_cat.h"
 #include "elf/debug_fields.h"
 #include "elf/free_seek_buf.h"
 #include "elf/impl.h"
@@ -29,6 +30,11 @@ absl::StatusOr<ELF::Image> saveWithReason(ELF& elf) noexcept {
     {
       FreeSeekBuf buffer;
       buffer.pubsetbuf(bytes.get(), static_cast<std::streamsize>(length));
+      if (!buffer.writesInto(bytes.get())) {
+        // Otherwise the result would be bytes nobody wrote.
+        return absl::ResourceExhaustedError(
+            absl::StrCat("the stream buffer cannot hold an image of ", length, " bytes"));
+      }
       std::ostringstream stream(std::ios_base::binary);
       // Every write and positioning goes to `buffer`; this also clears the
       // stream state.
