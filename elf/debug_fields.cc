@@ -77,11 +77,7 @@ absl::Status readDebugFields(ELF& elf) {
     if (!value.ok()) {
       return absl::InvalidArgumentError(absl::StrCat(name, ": ", value.status().message()));
     }
-    if constexpr (std::is_same_v<T, std::string>) {
-      elf.setVerifyInfo(std::move(*value));
-    } else {
-      elf.*field.member = std::move(*value);
-    }
+    elf.*field.member = std::move(*value);
     return absl::OkStatus();
   });
 }
