@@ -6,6 +6,7 @@
 #include <map>
 
 #include "absl/strings/str_cat.h"
+#include "elf/debug_fields.h"
 #include "tools/zelk-elf/json.h"
 #include "tools/zelk-elf/tool.h"
 
@@ -168,9 +169,10 @@ auto readList(Read read) {
 // How one member of the document becomes the operation setting its field.
 using FieldReader = std::function<Operation(const Node&)>;
 
+// `index` is the field's place in kDebugSectionNames.
 template <typename T, typename Read>
-FieldReader field(absl::optional<T> ELF::*member, const char* section,
-                  Read read) {
+FieldReader field(absl::optional<T> ELF::*member, size_t index, Read read) {
+  const std::string section(kDebugSectionNames[index]);
   return [=](const Node& node) -> Operation {
     if (node.isNull()) {
       return [=, path = node.path()](ELF& elf) {
@@ -197,25 +199,18 @@ const std::map<std::string, FieldReader>& fieldReaders() {
            n.fail("unsupported schema (1 expected)");
          return [](ELF&) {};
        }},
-      {"debug_id", field(&ELF::dbgID, ".zelk.dbg.id", readDebugId)},
-      {"spill_list", field(&ELF::spillInfo, ".zelk.dbg.spill",
-                           readList<SpillInfo>(readSpill))},
-      {"swp_list",
-       field(&ELF::swpInfo, ".zelk.dbg.swp", readList<SWPInfo>(readSwp))},
-      {"cfg_edges", field(&ELF::cfgInfo, ".zelk.dbg.cfg",
-                          readList<ControlFlowGraph>(readEdge))},
-      {"source_map", field(&ELF::srcInfo, ".zelk.dbg.src",
-                           readMap<SourceMap>("source", readSource))},
-      {"symbol_map", field(&ELF::symInfo, ".zelk.dbg.sym",
-                           readMap<SymbolMap>("symbol", readSymbol))},
-      {"pm_size", field(&ELF::pmSize, ".zelk.dbg.pmsize",
+      {"debug_id", field(&ELF::dbgID, 0, readDebugId)},
+      {"spill_list", field(&ELF::spillInfo, 1, readList<SpillInfo>(readSpill))},
+      {"swp_list", field(&ELF::swpInfo, 2, readList<SWPInfo>(readSwp))},
+      {"cfg_edges", field(&ELF::cfgInfo, 3, readList<ControlFlowGraph>(readEdge))},
+      {"source_map", field(&ELF::srcInfo, 4, readMap<SourceMap>("source", readSource))},
+      {"symbol_map", field(&ELF::symInfo, 5, readMap<SymbolMap>("symbol", readSymbol))},
+      {"pm_size", field(&ELF::pmSize, 6,
                         [](const Node& n) {
                           return static_cast<uint32_t>(n.number(0xffffffffu));
                         })},
-      {"verify_info", field(&ELF::verifyInfo, ".zelk.dbg.verifyinfo",
-                            [](const Node& n) { return n.text(); })},
-      {"latency_list", field(&ELF::latencyInfo, ".zelk.dbg.latency",
-                             readList<LatencyInfo>(readLatency))}};
+      {"verify_info", field(&ELF::verifyInfo, 7, [](const Node& n) { return n.text(); })},
+      {"latency_list", field(&ELF::latencyInfo, 8, readList<LatencyInfo>(readLatency))}};
   return *kReaders;
 }
 
