@@ -72,7 +72,7 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       [](ELF& elf, py::handle v) {
         // The header keeps the entry in the class's address width; refuse
         // what a 32-bit image would silently cut to its low half.
-        const bool wide = imageOf(elf).elfClass() == engine::kClass64;
+        const bool wide = imageOf(elf).wide();
         elf.setEntry(checkedUnsigned(
             v, wide ? std::numeric_limits<uint64_t>::max()
                     : std::numeric_limits<uint32_t>::max(),

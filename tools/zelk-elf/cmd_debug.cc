@@ -85,7 +85,7 @@ void writeText(const ELF& elf, std::ostream& out) {
       "edge", "edges");
   if (auto* src =
           heading(out, "source map", ".zelk.dbg.src",
-                  elf.srcInfo ? &*elf.srcInfo : nullptr, "source", "sources")) {
+                  pointer(elf.srcInfo), "source", "sources")) {
     for (const auto* entry : sortedEntries(*src)) {
       out << "  " << quoteText(entry->first) << ": "
           << counted(entry->second.size(), "string", "strings") << "\n";
@@ -136,7 +136,7 @@ void listMember(JsonStream& json, const char* key, const List* list) {
 void writeJson(const ELF& elf, std::ostream& out) {
   JsonStream json(out);
   json.member("schema", 1);
-  json.member("debug_id", elf.dbgID ? toJson(*elf.dbgID) : Json());
+  json.member("debug_id", optionalJson(elf.dbgID));
   listMember(json, "spill_list", listOf(elf.spillInfo, &SpillInfo::locs));
   listMember(json, "swp_list", listOf(elf.swpInfo, &SWPInfo::locs));
   listMember(json, "cfg_edges", listOf(elf.cfgInfo, &ControlFlowGraph::edges));
@@ -145,8 +145,7 @@ void writeJson(const ELF& elf, std::ostream& out) {
   const auto symbols = sortedOf(elf.symInfo);
   listMember(json, "symbol_map", elf.symInfo ? &symbols : nullptr);
   json.member("pm_size", elf.pmSize ? Json(*elf.pmSize) : Json());
-  json.member("verify_info",
-              elf.verifyInfo ? Json(jsonText(*elf.verifyInfo)) : Json());
+  json.member("verify_info", optionalJson(elf.verifyInfo));
   listMember(json, "latency_list", listOf(elf.latencyInfo, &LatencyInfo::locs));
   json.end();
 }

@@ -233,16 +233,6 @@ void compareEntries(Differ& differ, const std::string& key, const T* a,
            });
 }
 
-template <typename T>
-const T* pointer(const absl::optional<T>& value) {
-  return value ? &*value : nullptr;
-}
-
-template <typename T>
-Json optionalJson(const absl::optional<T>& value) {
-  return value ? toJson(*value) : Json();
-}
-
 int runDiff(const std::string& path_a, const std::string& path_b, bool json) {
   const ELF a = loadImage(path_a);
   const ELF b = loadImage(path_b);

@@ -8,7 +8,7 @@ namespace cli {
 
 ImageView viewOf(const ELF& elf) {
   const engine::Image& image = imageOf(elf);
-  ImageView view{image.elfClass() == engine::kClass64,
+  ImageView view{image.wide(),
                  image.encoding() == engine::kDataMsb,
                  image.header().flags,
                  image.header().shstrndx,

@@ -29,6 +29,12 @@ const List* listOf(const absl::optional<T>& field, List T::*member) {
   return field ? &((*field).*member) : nullptr;
 }
 
+// What a field holds, or null when it is absent.
+template <typename T>
+const T* pointer(const absl::optional<T>& field) {
+  return field ? &*field : nullptr;
+}
+
 // One record each, with the member names of `debug --json`.
 inline Json toJson(absl::string_view text) { return jsonText(text); }
 Json toJson(const DebugInfoID& id);
@@ -42,6 +48,11 @@ Json toJson(const SymbolMap::value_type& entry);
 template <typename T>
 Json toJson(const T* record) {
   return toJson(*record);
+}
+// A field's record, or JSON null when the field is absent.
+template <typename T>
+Json optionalJson(const absl::optional<T>& field) {
+  return field ? toJson(*field) : Json();
 }
 
 // Writes one JSON object exactly as Json::dump(2) would, but member by member
