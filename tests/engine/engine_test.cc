@@ -257,7 +257,7 @@ TEST(LoadRulesTest, SegmentMembership) {
 TEST(LayoutTest, NestedSegmentEndsAtItsLastMember) {
   Image image;
   addData(image, ".a", Bytes(0x20, 1), kShfAlloc);
-  addData(image, ".b", Bytes(0x10, 2), kShfAlloc);
+  addData(image, ".b", Bytes(0x10, 2), kShfAlloc).header.addralign = 0x40;  // 0x20 of padding
   image.addSegment().header.type = 0x6474e552;  // PT_GNU_RELRO
   image.addSegment().header = {kPtLoad, 0, 0, 0x400000, 0, 0, 0, 0x1000};
   const SegmentHeader& inner = image.segments()[0].header;
@@ -268,8 +268,9 @@ TEST(LayoutTest, NestedSegmentEndsAtItsLastMember) {
   const SectionHeader& a = image.sections()[2].header;
   const SectionHeader& b = image.sections()[3].header;
   EXPECT_EQ((std::vector<uint64_t>{a.offset, a.addr, b.offset, b.addr, outer.offset, outer.filesz,
-                                   inner.offset, inner.filesz, inner.memsz}),
-            (std::vector<uint64_t>{4096, 0x400000, 0x1020, 0x400020, 4096, 48, 0x1020, 16, 16}));
+                                   outer.memsz, inner.offset, inner.filesz, inner.memsz}),
+            (std::vector<uint64_t>{4096, 0x400000, 0x1040, 0x400040, 4096, 0x50, 0x50, 0x1040, 16,
+                                   16}));
 }
 
 // A stream buffer that takes at most `limit` bytes.

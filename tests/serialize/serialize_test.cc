@@ -63,6 +63,7 @@ TEST(ByteViewTest, NothingOutsideIsEverHandedOut) {
   EXPECT_FALSE(view.table(2, uint64_t{1} << 62, 8, 1));  // the offset wraps
   EXPECT_EQ(view.table(99, 0, 4, 4)->size(), 0u);
   EXPECT_FALSE(tolva_lib::io::ByteView::entryOffset(8, ~uint64_t{0} / 8, 9));
+  EXPECT_EQ(tolva_lib::io::ByteView::entryOffset(7, 1, ~uint64_t{0} - 7), ~uint64_t{0});
 }
 
 }  // namespace
