@@ -19,7 +19,7 @@ summary=()
 run_stage() { echo; echo "=== $1"; }
 # The native build insists on the Python package, so its pytest suite (a
 # ctest test) cannot drop out unnoticed when pybind11 is missing.
-native_args=(-DCMAKE_BUILD_TYPE=Release -DZELK_ELF_BENCH=ON -DZELK_ELF_PYTHON=ON)
+native_args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELK_ELF_BENCH=ON -DZELK_ELF_PYTHON=ON)
 
 build() {  # build DIR [cmake args...]
   local dir=$1; shift
@@ -36,8 +36,18 @@ for stage in $stages; do
       ;;
     m32)
       run_stage "32-bit build and tests"
-      build "$out/m32" -DCMAKE_BUILD_TYPE=Release \
-        -DCMAKE_TOOLCHAIN_FILE="$root/cmake/i386.cmake"
+      m32_args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_TOOLCHAIN_FILE="$root/cmake/i386.cmake")
+      # ZELK_ELF_I386_EMULATOR="/usr/bin/qemu-i386;-L;/" emulates even where
+      # the kernel runs i386 programs itself.
+      [ -n "${ZELK_ELF_I386_EMULATOR:-}" ] &&
+        m32_args+=(-DCMAKE_CROSSCOMPILING_EMULATOR="$ZELK_ELF_I386_EMULATOR")
+      build "$out/m32" "${m32_args[@]}"
+      emulator=$(sed -n 's/^CMAKE_CROSSCOMPILING_EMULATOR:[A-Z]*=//p' "$out/m32/CMakeCache.txt")
+      if [ -n "$emulator" ]; then
+        echo "32-bit tests run under ${emulator//;/ }"
+      else
+        echo "32-bit tests run natively: this kernel executes i386 programs"
+      fi
       (cd "$out/m32" && ctest -j"$jobs")
       ;;
     sanitize)

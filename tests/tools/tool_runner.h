@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "absl/strings/str_split.h"
+#include "tool_launcher.h"
 
 namespace zelk_elf_test {
 
@@ -50,37 +52,49 @@ struct TempDir {
 struct ToolResult {
   int exit_code;  // -1 when the tool did not exit normally
   std::string out, err;
+  uint64_t peak_rss;  // bytes; under an emulator, the emulator's too
 };
 
 // Runs zelk-elf in folder `cwd` with the arguments `line` splits into at
-// spaces (no shell), stdin from /dev/null. A nonzero `memory_limit` caps its
-// address space in bytes.
-inline ToolResult runTool(const std::string& line, const std::string& cwd,
-                          uint64_t memory_limit = 0) {
+// spaces (no shell), stdin from /dev/null, through the build's emulator
+// when it has one.
+inline ToolResult runTool(const std::string& line, const std::string& cwd) {
+#if defined(__SANITIZE_ADDRESS__)
+  // Freed blocks would wait in quarantine, resident: peak_rss is to count
+  // the live ones.
+  static const bool kNoQuarantine = [] {
+    const char* options = std::getenv("ASAN_OPTIONS");
+    return ::setenv("ASAN_OPTIONS",
+                    (std::string(options ? options : "") + ":quarantine_size_mb=0").c_str(),
+                    1) == 0;
+  }();
+  (void)kNoQuarantine;
+#endif
   const TempDir capture;
   const std::string out = capture.file("out"), err = capture.file("err");
-  std::vector<std::string> args = absl::StrSplit(line, ' ', absl::SkipEmpty());
-  args.insert(args.begin(), ZELK_ELF_TOOL);
+  std::vector<std::string> args = {ZELK_ELF_EMULATOR_ARGS ZELK_ELF_TOOL};
+  for (absl::string_view arg : absl::StrSplit(line, ' ', absl::SkipEmpty())) {
+    args.emplace_back(arg);
+  }
   std::vector<char*> argv;
   for (std::string& arg : args) argv.push_back(&arg[0]);
   argv.push_back(nullptr);
   const pid_t pid = ::fork();
   if (pid == 0) {  // only async-signal-safe calls from here
-    const rlimit limit = {static_cast<rlim_t>(memory_limit), static_cast<rlim_t>(memory_limit)};
     if (::dup2(::open("/dev/null", O_RDONLY), 0) < 0 ||
         ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT, 0600), 1) < 0 ||
         ::dup2(::open(err.c_str(), O_WRONLY | O_CREAT, 0600), 2) < 0 ||
-        ::chdir(cwd.c_str()) != 0 ||
-        (memory_limit && ::setrlimit(RLIMIT_AS, &limit) != 0)) {
+        ::chdir(cwd.c_str()) != 0) {
       ::_exit(126);
     }
-    ::execv(ZELK_ELF_TOOL, argv.data());
+    ::execv(argv[0], argv.data());
     ::_exit(127);
   }
   int status = -1;  // not "exited" when the tool never started
-  if (pid > 0) ::waitpid(pid, &status, 0);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-          readFile(out), readFile(err)};
+  rusage usage{};
+  if (pid > 0) ::wait4(pid, &status, 0, &usage);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err),
+          static_cast<uint64_t>(usage.ru_maxrss) * 1024};
 }
 
 }  // namespace zelk_elf_test
