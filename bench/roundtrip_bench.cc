@@ -1,8 +1,11 @@
 // Round trips (load + save) of small real images, of a large generated image
 // and of a large real shared library, beside the floors a round trip cannot
 // beat: memcpy, and two copies into freshly allocated memory (a load must
-// copy its input, a save must write its output). Also the save of images
-// whose segments nest deeply, where the layout's work once grew cubically.
+// copy its input, a save must write its output). Saves alone, beside the one
+// copy a save must make. The large cases report their peak resident memory
+// above what the process held before, in multiples of the image's size. Also
+// the save of images whose segments nest deeply, where the layout's work once
+// grew cubically.
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -79,12 +82,50 @@ std::vector<uint8_t> bigImage() {
   return std::vector<uint8_t>(saved->begin(), saved->end());
 }
 
+// A field of /proc/self/status, in bytes.
+uint64_t statusBytes(const char* field) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind(field, 0) == 0) return std::stoull(line.substr(std::strlen(field))) << 10;
+  }
+  return 0;
+}
+
+// Measures the peak resident memory of each iteration above what was
+// resident before it; reports the largest, as a multiple of `image_size`.
+// Small images skip it: reading /proc costs more than their round trip.
+class PeakMemory {
+ public:
+  explicit PeakMemory(size_t image_size) : image_size_(image_size) {}
+  void start() {
+    if (image_size_ < kMeasuredFrom) return;
+    std::ofstream("/proc/self/clear_refs") << "5";  // the peak restarts here
+    before_ = statusBytes("VmRSS:");
+  }
+  void stop() {
+    if (image_size_ < kMeasuredFrom) return;
+    const uint64_t peak = statusBytes("VmHWM:");
+    if (peak > before_ && peak - before_ > largest_) largest_ = peak - before_;
+  }
+  void report(benchmark::State& state) const {
+    if (image_size_ < kMeasuredFrom) return;
+    state.counters["peak_x"] = static_cast<double>(largest_) / static_cast<double>(image_size_);
+  }
+
+ private:
+  static constexpr size_t kMeasuredFrom = 1 << 20;
+  size_t image_size_;
+  uint64_t before_ = 0, largest_ = 0;
+};
+
 void roundTrip(benchmark::State& state, const std::vector<uint8_t>& bytes) {
   if (bytes.empty()) {
     state.SkipWithError("image not available");
     return;
   }
+  PeakMemory peak(bytes.size());
   for (auto _ : state) {
+    peak.start();
     absl::optional<ELF> elf = ELF::load(bytes);
     if (!elf) {
       state.SkipWithError("load failed");
@@ -96,20 +137,62 @@ void roundTrip(benchmark::State& state, const std::vector<uint8_t>& bytes) {
       return;
     }
     benchmark::DoNotOptimize(saved->data());
+    peak.stop();
   }
+  peak.report(state);
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
 }
 
 // The floor of a round trip: the input copied into fresh memory, and that
 // copy written out into fresh memory again.
 void twoCopies(benchmark::State& state, const std::vector<uint8_t>& bytes) {
+  PeakMemory peak(bytes.size());
   for (auto _ : state) {
+    peak.start();
     std::unique_ptr<uint8_t[]> in(new uint8_t[bytes.size()]);
     std::memcpy(in.get(), bytes.data(), bytes.size());
     std::unique_ptr<uint8_t[]> out(new uint8_t[bytes.size()]);
     std::memcpy(out.get(), in.get(), bytes.size());
     benchmark::DoNotOptimize(out.get());
+    peak.stop();
   }
+  peak.report(state);
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+}
+
+// A save of an object loaded once, beside the floor of a save: the one copy
+// of the held bytes into a fresh buffer of the image's size.
+void saveOnly(benchmark::State& state, const std::vector<uint8_t>& bytes) {
+  absl::optional<ELF> elf = ELF::load(bytes);
+  if (!elf) {
+    state.SkipWithError("load failed");
+    return;
+  }
+  PeakMemory peak(bytes.size());
+  for (auto _ : state) {
+    peak.start();
+    auto saved = elf->save();
+    if (!saved) {
+      state.SkipWithError("save failed");
+      return;
+    }
+    benchmark::DoNotOptimize(saved->data());
+    peak.stop();
+  }
+  peak.report(state);
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+}
+
+void oneCopy(benchmark::State& state, const std::vector<uint8_t>& bytes) {
+  PeakMemory peak(bytes.size());
+  for (auto _ : state) {
+    peak.start();
+    std::unique_ptr<uint8_t[]> out(new uint8_t[bytes.size()]);
+    std::memcpy(out.get(), bytes.data(), bytes.size());
+    benchmark::DoNotOptimize(out.get());
+    peak.stop();
+  }
+  peak.report(state);
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
 }
 
@@ -158,7 +241,11 @@ ZELK_SMALL(sample_all_debug, "sample")
   void BM_TwoCopies_##label(benchmark::State& s) { twoCopies(s, image(file)); } \
   BENCHMARK(BM_TwoCopies_##label)->Unit(benchmark::kMillisecond);               \
   void BM_Memcpy_##label(benchmark::State& s) { memcpyOnce(s, image(file)); }   \
-  BENCHMARK(BM_Memcpy_##label)->Unit(benchmark::kMillisecond);
+  BENCHMARK(BM_Memcpy_##label)->Unit(benchmark::kMillisecond);                  \
+  void BM_Save_##label(benchmark::State& s) { saveOnly(s, image(file)); }       \
+  BENCHMARK(BM_Save_##label)->Unit(benchmark::kMillisecond);                    \
+  void BM_OneCopy_##label(benchmark::State& s) { oneCopy(s, image(file)); }     \
+  BENCHMARK(BM_OneCopy_##label)->Unit(benchmark::kMillisecond);
 
 ZELK_LARGE(generated_64MiB, "generated_64MiB")
 ZELK_LARGE(libLLVM_14_105MiB, "libLLVM-14")

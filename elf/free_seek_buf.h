@@ -2,9 +2,10 @@
 // written, as image writers do when they place the section header table
 // before the data in front of it exists. The gap is filled with zeros.
 //
-// Private to the saving code: the class lives in an unnamed namespace, so the
-// only files that see it are the ones including this header (save.cc and its
-// unit test), each with its own copy.
+// ELF::save writes straight into the buffer it returns; this is the sink for
+// writing an image through a stream, and a test holds the two ways to the
+// same bytes. Private to the saving code: the class lives in an unnamed
+// namespace, so each file including this header has its own copy.
 #ifndef ZELK_ELF_ELF_FREE_SEEK_BUF_H_
 #define ZELK_ELF_ELF_FREE_SEEK_BUF_H_
 
@@ -21,15 +22,14 @@ class FreeSeekBuf : public std::basic_stringbuf<char> {
   FreeSeekBuf() = default;
   ~FreeSeekBuf() override = default;
 
-  // Whether writes go to the array at `start`: what pubsetbuf does is up to
-  // the standard library, and it ignores a negative count.
-  bool writesInto(const char* start) const { return pbase() == start; }
-
  protected:
   // Never throws: a stream must see a failed positioning, not an exception,
   // when the zeros cannot be stored.
   pos_type seekpos(pos_type pos, std::ios_base::openmode which) override {
     const off_type target = off_type(pos);
+    // Refused before anything moves: finding the end below moves the write
+    // position there.
+    if (target < 0) return pos_type(off_type(-1));
     if ((which & std::ios_base::out) != 0) {
       // Relative positioning at the end reports the end of the written
       // content and leaves the write position there, ready to append.

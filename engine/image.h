@@ -116,6 +116,9 @@ class Image {
   // Writes the laid-out image, each contiguous run once and in file order,
   // the gaps as zeros; positions `out` only to go back, never past the end.
   absl::Status write(std::ostream& out) const;
+  // Writes the laid-out image into `out`, which must be exactly the size
+  // layOut returned: every byte of it is written, the gaps as zeros.
+  absl::Status write(absl::Span<uint8_t> out) const;
 
   // The size `save` would write, from a layout of a copy of the tables; the
   // image itself is not changed. Lets callers refuse huge outputs first.

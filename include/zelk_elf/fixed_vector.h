@@ -42,6 +42,16 @@ class FixedVector {
     size_ = n;
   }
 
+  // `n` elements left for the caller to write before anything reads them:
+  // for writers that produce every byte, without zeroing them first.
+  static FixedVector forOverwrite(size_t n, const Allocator& alloc = Allocator()) {
+    FixedVector v;
+    if (n == 0) return v;
+    v.data_ = static_cast<T*>(alloc.allocate(n * sizeof(T)));
+    v.size_ = n;
+    return v;
+  }
+
   FixedVector(FixedVector&& other) noexcept
       : data_(std::exchange(other.data_, nullptr)),
         size_(std::exchange(other.size_, 0)) {}

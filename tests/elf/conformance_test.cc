@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "elf/free_seek_buf.h"
 #include "elf/internal.h"
 #include "gtest/gtest.h"
 #include "support/test_support.h"
@@ -86,6 +87,10 @@ TEST(ConformanceTest, EveryCaseSavesTheExpectedBytes) {
         << "sizes " << saved.size() << " and " << expected.size() << ", first difference at 0x"
         << std::hex << (diff.first - saved.begin());
     EXPECT_EQ(saveBytes(*elf), expected) << "second save";
+    FreeSeekBuf buffer;  // through a stream, as the engine also writes
+    std::ostream stream(&buffer);
+    ASSERT_TRUE(imageOf(*elf).save(stream).ok());
+    EXPECT_TRUE(buffer.str() == std::string(expected.begin(), expected.end())) << "streamed";
     absl::StatusOr<ELF> loaded = loadWithReason(saved);
     ASSERT_TRUE(loaded.ok()) << loaded.status();
     EXPECT_EQ(loaded->getSectionNames(), elf->getSectionNames());

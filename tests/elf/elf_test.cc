@@ -196,6 +196,13 @@ TEST(FreeSeekBufTest, Contract) {
        [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(52); }, h, false},
       {"a negative position fails and changes nothing",
        [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(refused); }, h, true},
+      {"a refused position leaves the write position where it was",
+       [&](FreeSeekBuf& b, std::ostream& o) {
+         o << "0123456789", o.seekp(4);
+         EXPECT_EQ(b.pubseekpos(refused), refused);
+         b.sputc('X');
+       },
+       "0123X56789", false},
       {"relative positioning keeps the standard rules",
        [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(100, std::ios_base::beg); }, h, true},
       {"input-only positioning beyond the end fails, in and out extends",
