@@ -20,6 +20,9 @@ for h in elf.h zelk_elf.h fixed_vector.h; do
   [ -f "$prefix/include/zelk_elf/$h" ] || { echo "install: missing header $h" >&2; exit 1; }
 done
 
+# The installed library and tool are hardened.
+bash "$here/../build/check_hardening.sh" "$lib" "$prefix/bin/zelk-elf" >/dev/null
+
 # CMake package.
 cmake -S "$here/consumer" -B "$work/cmake-consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/cmake-consumer" >/dev/null
