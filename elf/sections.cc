@@ -1,6 +1,7 @@
 // Raw section access by name, and the one place views are kept valid.
 #include "elf/sections.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -63,10 +64,29 @@ void replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> d
   refreshViews(elf, section, viewed);
 }
 
+absl::Span<const uint8_t> keepFromNameTable(const engine::Image& image,
+                                            absl::Span<const uint8_t> data,
+                                            std::vector<uint8_t>& kept) {
+  const size_t table = image.header().shstrndx;
+  if (data.empty() || table == 0 || table >= image.sections().size()) return data;
+  const absl::Span<const uint8_t> names = image.sections()[table].bytes();
+  const auto at = [](const uint8_t* p) { return reinterpret_cast<uintptr_t>(p); };
+  if (names.empty() || at(data.data()) >= at(names.data()) + names.size() ||
+      at(names.data()) >= at(data.data()) + data.size()) {
+    return data;
+  }
+  kept.assign(data.begin(), data.end());
+  return kept;
+}
+
 engine::Section& writeRawSection(ELF& elf, absl::string_view name,
                                  absl::Span<const uint8_t> data) {
   engine::Section* section = elf.impl->image.findSection(name);
-  if (section == nullptr) section = &addSection(elf, name);
+  std::vector<uint8_t> kept;
+  if (section == nullptr) {
+    data = keepFromNameTable(elf.impl->image, data, kept);
+    section = &addSection(elf, name);
+  }
   writeRawSection(elf, *section, data);
   return *section;
 }

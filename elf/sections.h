@@ -4,6 +4,9 @@
 #ifndef ZELK_ELF_ELF_SECTIONS_H_
 #define ZELK_ELF_ELF_SECTIONS_H_
 
+#include <cstdint>
+#include <vector>
+
 #include "absl/strings/string_view.h"
 #include "absl/types/span.h"
 #include "engine/image.h"
@@ -24,6 +27,14 @@ engine::Section& addSection(ELF& elf, absl::string_view name);
 // cannot be read (out of memory) they stay absent and the exception
 // propagates.
 void replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data);
+
+// Adding a section replaces the bytes of the section-name table, and `data`,
+// bytes about to be stored, may be those very bytes (a caller copying
+// ".shstrtab" under a new name). Then they are copied into `kept` first and
+// the result views the copy; otherwise it is `data`.
+absl::Span<const uint8_t> keepFromNameTable(const engine::Image& image,
+                                            absl::Span<const uint8_t> data,
+                                            std::vector<uint8_t>& kept);
 
 // The raw section write of setSection and of the debug fields: the first
 // section of that name, created when missing, becomes SHT_PROGBITS with

@@ -28,7 +28,11 @@ void ELF::setText(absl::Span<const uint8_t> code, unsigned int align) {
   try {
     engine::Image& image = impl->image;
     engine::Section* section = image.findSection(kTextSectionName);
-    if (section == nullptr) section = &addSection(*this, kTextSectionName);
+    std::vector<uint8_t> kept;
+    if (section == nullptr) {
+      code = keepFromNameTable(image, code, kept);
+      section = &addSection(*this, kTextSectionName);
+    }
     section->header.type = engine::kShtProgbits;
     section->header.flags = engine::kShfAlloc | engine::kShfExecInstr;
     replaceData(*this, *section, code);

@@ -52,7 +52,14 @@ class ZELK_ELF_API ELF {
   // Raw sections, found by exact name (the first of that name in table order).
   bool hasSection(const std::string& name) const;
   // The bytes the section holds (never more than the input held); empty span
-  // when there is no such section.
+  // when there is no such section. The span is valid until the first of:
+  // setSection on that section (or setText/setCommentInfo on ".text" or
+  // ".comment"); any call that adds a section (setSection of a new name,
+  // setText or setCommentInfo without such a section, save adding a debug
+  // section), which replaces the bytes of the section-name table; save,
+  // which rewrites every ".zelk.dbg." section whose field is engaged; the
+  // object's destruction. Passing it back to setSection or setText of the
+  // same object is safe: they copy it before replacing anything.
   absl::Span<const uint8_t> getSection(const std::string& name) const;
   // The recorded size (sh_size); 0 when there is no such section.
   size_t getSectionSize(const std::string& name) const;

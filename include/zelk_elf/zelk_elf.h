@@ -4,8 +4,18 @@
  * absent information both give the empty result (a null handle, a null
  * pointer with a count of 0, 0, or nothing). Arrays handed out are malloc'ed
  * and belong to the caller, who releases them with the matching
- * zelkELFFree... function. Section bytes, source strings and the verify-info
- * text point into the handle and end with it. */
+ * zelkELFFree... function.
+ *
+ * Pointers into the handle:
+ * - Source strings (zelkELFGetSrcList, zelkELFGetSrcNameList) and the
+ *   verify-info text stay valid until the handle is freed.
+ * - The bytes of a section (zelkELFGetSection) stay valid until the first of:
+ *   zelkELFSetSection on that section; zelkELFSetSection of a name the image
+ *   does not hold, which adds a section and so replaces the bytes of the
+ *   section-name table (".shstrtab"); zelkELFSave, which rewrites every
+ *   ".zelk.dbg." section whose value the handle holds; zelkELFFree.
+ * Passing such bytes back into the same handle is safe: zelkELFSetSection
+ * copies them before it replaces anything. */
 #ifndef ZELK_ELF_ZELK_ELF_H_
 #define ZELK_ELF_ZELK_ELF_H_
 
@@ -26,7 +36,8 @@ extern "C" {
 typedef struct zelkELFObject* zelkELFHandle;
 
 typedef struct zelkELFSection {
-  const uint8_t* data; /* into the handle; null when the section is absent */
+  const uint8_t* data; /* into the handle (see above for how long); null when
+                          the section is absent */
   size_t size;
 } zelkELFSection;
 

@@ -91,6 +91,16 @@ TEST(SectionsTest, RawAccessByName) {
   EXPECT_EQ((std::vector<uint64_t>{b.type, b.flags, b.addr, b.size, b.link, b.info, b.addralign,
                                    b.entsize, loaded.getSectionSize("x")}),
             (std::vector<uint64_t>{engine::kShtProgbits, 3, 0x2000, 2, 1, 2, 1, 4, 1}));
+  // Bytes of the image's own, even those of the name table that adding a
+  // section replaces (a new object's table has no room for another name).
+  const std::string added(64, 'n');
+  for (const bool text : {false, true}) {
+    ELF fresh;
+    const Bytes names = bytesOf(fresh.getSection(".shstrtab"));
+    text ? fresh.setText(fresh.getSection(".shstrtab"), 4)
+         : fresh.setSection(added, fresh.getSection(".shstrtab"));
+    EXPECT_EQ(text ? bytesOf(*fresh.text) : bytesOf(fresh.getSection(added)), names) << text;
+  }
 }
 
 TEST(TextAndCommentTest, WhatConformanceImagesDoNotShow) {
