@@ -6,6 +6,7 @@
 #include "absl/status/status.h"
 #include "absl/strings/str_cat.h"
 #include "debuginfo/codecs.h"
+#include "serialize/containers.h"
 #include "serialize/decoder.h"
 #include "serialize/encoder.h"
 #include "serialize/mem_reader.h"
@@ -26,6 +27,11 @@ std::string refusal(const MemReader& reader) {
     case MemReader::Unit::kElement: what = "ends inside an element"; break;
     case MemReader::Unit::kEntry: what = "ends inside an entry"; break;
     case MemReader::Unit::kCount: what = "cannot hold what the count claims"; break;
+    case MemReader::Unit::kCrowdedKey:
+      return absl::StrCat("payload of ", reader.size(), " bytes has more than ",
+                          tolva_lib::serialize::kMaxKeysPerBucket,
+                          " map keys in one hash bucket (keys built to collide) at offset ",
+                          reader.failedAt());
     case MemReader::Unit::kValue: break;
   }
   return absl::StrCat("payload of ", reader.size(), " bytes ", what,

@@ -88,22 +88,76 @@ struct Encodable<std::vector<std::string>> {
   }
 };
 
+// Inserting a key into an unordered_map costs work in the number of keys
+// already in its bucket. std::hash is unseeded, so keys that share a bucket
+// are easy to build, and a few thousand of them make filling a map
+// quadratic. A map filled through this guard refuses the key that would put
+// more than kMaxKeysPerBucket distinct keys into one bucket, which keeps the
+// work linear. Real names never come near it: in a map reserved for its
+// keys, 32 random keys share a bucket with a probability below 10^-30.
+constexpr size_t kMaxKeysPerBucket = 32;
+
+template <typename Map>
+class BucketGuard {
+ public:
+  enum class Outcome { kInserted, kDuplicate, kCrowded };
+
+  // Reserves `map` (empty) for `expected` keys, so that its bucket count
+  // stays while at most that many distinct keys come.
+  BucketGuard(Map& map, size_t expected) : map_(map) {
+    map_.reserve(expected);
+    // Fewer keys than the limit cannot crowd a bucket.
+    if (expected > kMaxKeysPerBucket) load_.assign(map_.bucket_count(), 0);
+  }
+
+  // Inserts (key, value) unless the key is there already (the first value
+  // stays) or its bucket is full.
+  template <typename K, typename V>
+  Outcome tryEmplace(K&& key, V&& value) {
+    if (load_.empty()) {
+      return map_.try_emplace(std::forward<K>(key), std::forward<V>(value)).second
+                 ? Outcome::kInserted
+                 : Outcome::kDuplicate;
+    }
+    const size_t bucket = map_.bucket(key);
+    if (load_[bucket] == kMaxKeysPerBucket) {
+      return map_.find(key) != map_.end() ? Outcome::kDuplicate : Outcome::kCrowded;
+    }
+    if (!map_.try_emplace(std::forward<K>(key), std::forward<V>(value)).second) {
+      return Outcome::kDuplicate;
+    }
+    ++load_[bucket];
+    return Outcome::kInserted;
+  }
+
+ private:
+  Map& map_;
+  std::vector<uint8_t> load_;  // distinct keys per bucket, when counted
+};
+
 // Reads exactly `count` entries (key, then value). A repeated key keeps the
-// first value; the later entry is read and dropped.
+// first value; the later entry is read and dropped. Keys built to crowd one
+// hash bucket are refused (BucketGuard).
 template <typename V, typename D>
 DecodeResult<std::unordered_map<std::string, V>, D> decodeMapEntries(
     D& d, size_t count) {
-  std::unordered_map<std::string, V> out;
+  using Map = std::unordered_map<std::string, V>;
+  Map out;
   constexpr size_t kEntry = MinWireSize<std::string>::value + MinWireSize<V>::value;
   size_t cap = d.remaining() / kEntry;
-  out.reserve(count < cap ? count : cap);
+  BucketGuard<Map> guard(out, count < cap ? count : cap);
   for (size_t i = 0; i < count; ++i) {
-    d.reader().mark(io::MemReader::Unit::kEntry, d.reader().position());
+    const size_t at = d.reader().position();
+    d.reader().mark(io::MemReader::Unit::kEntry, at);
     auto key = d.readStr();
     if (key.isErr()) return typename D::ErrTy{};
     auto value = Decodable<V>::decode(d);
     if (value.isErr()) return typename D::ErrTy{};
-    out.try_emplace(std::move(key).getOk(), std::move(value).getOk());
+    if (guard.tryEmplace(std::move(key).getOk(), std::move(value).getOk()) ==
+        BucketGuard<Map>::Outcome::kCrowded) {
+      d.reader().mark(io::MemReader::Unit::kCrowdedKey, at);
+      return typename D::ErrTy{};
+    }
   }
   return out;
 }

@@ -19,8 +19,9 @@ namespace io {
 // again; the marks cost a store each.
 class MemReader {
  public:
-  // What the last mark was set for.
-  enum class Unit { kValue, kElement, kEntry, kCount };
+  // What the last mark was set for; kCrowdedKey is a map entry whose key
+  // was refused for crowding a hash bucket.
+  enum class Unit { kValue, kElement, kEntry, kCount, kCrowdedKey };
 
   MemReader(const void* data, size_t size)
       : bytes_(static_cast<const uint8_t*>(data), size) {}

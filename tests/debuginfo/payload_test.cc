@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "debuginfo/codecs.h"
 #include "gtest/gtest.h"
@@ -46,8 +47,41 @@ std::string ends(int size, const char* inside, int at) {
          std::to_string(at);
 }
 
+// `count` keys that share one bucket of a symbol map reserved for `count`,
+// as a decoder reserves it: found by trying names, as a flood would be built.
+std::vector<std::string> crowdedKeys(size_t count) {
+  SymbolMap probe;
+  probe.reserve(count);
+  std::vector<std::string> keys;
+  for (int i = 0; keys.size() < count; ++i) {
+    const std::string key = "k" + std::to_string(i);
+    if (probe.bucket(key) == probe.bucket("k0")) keys.push_back(key);
+  }
+  return keys;
+}
+
+// A symbol map payload of `keys` in order, each at the address of its place.
+Bytes symbols(const std::vector<std::string>& keys) {
+  Bytes out = U64(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) out = Cat({out, Str(keys[i]), B({1}), U32(i)});
+  return out;
+}
+
 TEST(PayloadTest, EveryKind) {
+  // 33 distinct keys in one bucket are one too many; a key repeated into a
+  // full bucket is still just a repeat.
+  std::vector<std::string> crowded = crowdedKeys(33), full = crowdedKeys(33);
+  full.back() = full.front();
+  SymbolMap first32;
+  for (size_t i = 0; i < 32; ++i) first32[full[i]] = {1, static_cast<uint32_t>(i)};
+  const Bytes flood = symbols(crowded);
+  const size_t last_entry = flood.size() - Str(crowded.back()).size() - 5;
   const Row rows[] = {
+      refuses<SymbolMap>("sym, keys built to collide", flood,
+                         "payload of " + std::to_string(flood.size()) +
+                             " bytes has more than 32 map keys in one hash bucket (keys built to "
+                             "collide) at offset " + std::to_string(last_entry)),
+      decodes("sym, a repeat in a full bucket", symbols(full), first32, false),
       decodes("id", B({1, 2, 0, 3, 0}), DebugInfoID{1, 2, 3}),
       decodes("id", B({0xFF, 0xEF, 0xBE, 0x34, 0x12}), DebugInfoID{0xFF, 0xBEEF, 0x1234}),
       decodes("id, a byte after it", B({1, 2, 0, 3, 0, 0xFF}), DebugInfoID{1, 2, 3}, false),
