@@ -287,4 +287,18 @@ void BM_SaveNestedSegments(benchmark::State& state) {
 }
 BENCHMARK(BM_SaveNestedSegments)->Arg(1024)->Arg(4096)->Unit(benchmark::kMillisecond)->Iterations(1);
 
+// setSection of `n` new names, one after another, on a new object: each adds
+// a section and a name, so the work should grow with n, not with n^2.
+void BM_AddSections(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const uint8_t byte = 1;
+  for (auto _ : state) {
+    ELF elf;
+    for (int i = 0; i < n; ++i) elf.setSection(".s" + std::to_string(i), {&byte, 1});
+    benchmark::DoNotOptimize(elf.impl.get());
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+BENCHMARK(BM_AddSections)->Arg(4096)->Arg(65000)->Unit(benchmark::kMillisecond);
+
 }  // namespace

@@ -34,11 +34,12 @@ void Section::setData(const uint8_t* data, size_t size) {
     size = 0;
   }
   if (size != 0) std::memcpy(fresh.get(), data, size);
-  adopt(std::move(fresh), size);
+  adopt(std::move(fresh), size, size);
 }
 
-void Section::adopt(std::unique_ptr<uint8_t[]> own, size_t size) noexcept {
+void Section::adopt(std::unique_ptr<uint8_t[]> own, size_t size, size_t capacity) noexcept {
   own_ = std::move(own);
+  capacity_ = capacity;
   bytes_ = absl::MakeConstSpan(own_.get(), size);
   header.size = size;
 }
@@ -60,10 +61,21 @@ Image::Image(uint8_t elf_class, uint8_t encoding) {
 }
 
 Section* Image::findSection(absl::string_view name) {
-  for (Section& s : sections_) {
-    if (s.name == name) return &s;
+  if (sections_.size() <= kIndexedFrom) {
+    for (Section& s : sections_) {
+      if (s.name == name) return &s;
+    }
+    return nullptr;
   }
-  return nullptr;
+  if (!indexed_) {
+    NameIndex index;
+    index.reserve(sections_.size());
+    for (size_t i = 0; i < sections_.size(); ++i) index.try_emplace(sections_[i].name, i);
+    name_index_ = std::move(index);
+    indexed_ = true;
+  }
+  const auto found = name_index_.find(name);
+  return found == name_index_.end() ? nullptr : &sections_[found->second];
 }
 
 const Section* Image::findSection(absl::string_view name) const {
@@ -78,7 +90,9 @@ Section& Image::addSection(absl::string_view name) {
   stored_name.emplace_front(name);
   Section added;
   added.name = stored_name.front();
-  sections_.reserve(index + 1);
+  // Room for this one and, when full, as many again.
+  if (sections_.size() == sections_.capacity()) sections_.reserve(std::max<size_t>(8, 2 * index));
+  if (indexed_) name_index_.reserve(index + 1);
 
   // The name goes to the table the header names, which may be the section
   // being added. Without a usable table the name offset stays 0.
@@ -90,7 +104,8 @@ Section& Image::addSection(absl::string_view name) {
     table = &added;
   }
   std::unique_ptr<uint8_t[]> grown;
-  size_t grown_size = 0;
+  size_t grown_size = 0, grown_capacity = 0;
+  bool in_place = false;  // the name fits the table's own spare room
   if (table != nullptr) {
     const absl::string_view written = name.substr(0, name.find('\0'));
     const uint64_t start = table->header.size;
@@ -106,10 +121,17 @@ Section& Image::addSection(absl::string_view name) {
       if (table->header.type != kShtNobits &&
           !(start > held && start - held > kMaxStringTableFill)) {
         grown_size = static_cast<size_t>(start + lead) + written.size() + 1;
-        grown = std::make_unique<uint8_t[]>(grown_size);  // zero-filled
-        const size_t kept = static_cast<size_t>(std::min(held, start));
-        if (kept != 0) std::memcpy(grown.get(), table->bytes_.data(), kept);
-        std::memcpy(grown.get() + start + lead, written.data(), written.size());
+        in_place = table->own_ != nullptr && table->bytes_.data() == table->own_.get() &&
+                   held == start && grown_size <= table->capacity_;
+        if (!in_place) {
+          // Whole tables grow by half again; one filled out with zeros
+          // (cut short in its input) gets just what it needs.
+          grown_capacity = held == start ? grown_size + grown_size / 2 : grown_size;
+          grown = std::make_unique<uint8_t[]>(grown_capacity);  // zero-filled
+          const size_t kept = static_cast<size_t>(std::min(held, start));
+          if (kept != 0) std::memcpy(grown.get(), table->bytes_.data(), kept);
+          std::memcpy(grown.get() + start + lead, written.data(), written.size());
+        }
       } else if (table->header.type != kShtNobits) {
         added.header.name = 0;
       }
@@ -119,9 +141,18 @@ Section& Image::addSection(absl::string_view name) {
   // Commit: none of this allocates.
   added_names_.splice_after(added_names_.before_begin(), stored_name);
   sections_.push_back(std::move(added));
+  if (indexed_) name_index_.try_emplace(sections_.back().name, index);
   if (grown) {
     Section& t = table_index == index ? sections_.back() : sections_[table_index];
-    t.adopt(std::move(grown), grown_size);
+    t.adopt(std::move(grown), grown_size, grown_capacity);
+  } else if (in_place) {
+    Section& t = sections_[table_index];
+    // The name and its NUL follow the bytes held.
+    const absl::string_view written = name.substr(0, name.find('\0'));
+    std::memcpy(t.own_.get() + t.bytes_.size(), written.data(), written.size());
+    t.own_[grown_size - 1] = 0;
+    t.bytes_ = absl::MakeConstSpan(t.own_.get(), grown_size);
+    t.header.size = grown_size;
   }
   return sections_.back();
 }

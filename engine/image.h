@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "absl/container/flat_hash_map.h"
 #include "absl/status/status.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/string_view.h"
@@ -62,11 +63,15 @@ struct Section {
  private:
   friend class Image;
   friend class ImageReader;
-  // Holds `size` bytes at `own` and records that count as the size.
-  void adopt(std::unique_ptr<uint8_t[]> own, size_t size) noexcept;
+  // Holds `size` bytes at `own`, which has room for `capacity`, and records
+  // that count as the size.
+  void adopt(std::unique_ptr<uint8_t[]> own, size_t size, size_t capacity) noexcept;
 
   absl::Span<const uint8_t> bytes_;
   std::unique_ptr<uint8_t[]> own_;  // when the bytes are not the input's
+  // Bytes `own_` has room for: a name table grows into it, so adding names
+  // one by one costs time in proportion to them, not to their square.
+  size_t capacity_ = 0;
 };
 
 // One program header with the sections it carries.
@@ -137,7 +142,8 @@ class Image {
 
   absl::Span<Section> sections() { return absl::MakeSpan(sections_); }
   absl::Span<const Section> sections() const { return sections_; }
-  // The first section of that exact name in table order, or null.
+  // The first section of that exact name in table order, or null. Constant
+  // time on large tables (see kIndexedFrom).
   Section* findSection(absl::string_view name);
   const Section* findSection(absl::string_view name) const;
   // Appends a section and its name to the section-name string table, whose
@@ -154,8 +160,17 @@ class Image {
   struct ScratchTag {};
   explicit Image(ScratchTag) {}
 
+  // Lookups scan a table of up to this many sections; a larger one gets an
+  // index of each name's first section, kept as sections are added.
+  static constexpr size_t kIndexedFrom = 32;
+  using NameIndex = absl::flat_hash_map<absl::string_view, size_t>;
+
   FileHeader header_;
   std::vector<Section> sections_;
+  // Built on the first lookup in a large table; names never change, and
+  // the bytes they view never move.
+  mutable NameIndex name_index_;
+  mutable bool indexed_ = false;
   std::vector<Segment> segments_;
   // The loaded bytes, which sections and names view.
   std::vector<uint8_t> input_;

@@ -258,6 +258,8 @@ absl::Status Image::load(absl::Span<const uint8_t> bytes) {
   segments_ = std::move(segments);
   input_ = std::move(input);
   added_names_.clear();
+  name_index_.clear();
+  indexed_ = false;
   return absl::OkStatus();
 }
 

@@ -286,6 +286,17 @@ TEST(BoundedMemoryTest, LoadQueriesAndSaveStayInProportion) {
   }
 }
 
+// Sections added one by one: the section table and the name table grow by a
+// factor, not by one entry, so what is allocated follows what is added.
+TEST(BoundedMemoryTest, AddingSectionsOneByOneStaysInProportion) {
+  constexpr uint64_t kSections = 4096, kPerSection = 1024;
+  ELF elf;
+  const uint64_t before = bytesAllocated();
+  for (uint64_t i = 0; i < kSections; ++i) elf.setSection("s" + std::to_string(i), Bytes{1});
+  EXPECT_LE(bytesAllocated() - before, kConstant + kPerSection * kSections);
+  EXPECT_EQ(elf.getSectionNames().size(), kSections + 2);
+}
+
 }  // namespace
 }  // namespace testing
 }  // namespace zelk_elf
