@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "absl/container/flat_hash_map.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/string_view.h"
@@ -21,6 +22,40 @@ namespace zelk_elf {
 namespace python {
 namespace {
 
+// The object behind `self`. One made with Elf.__new__ and no __init__ holds
+// no ELF yet (pybind11 would hand out unconstructed memory): using it raises
+// TypeError, as does a method called on something that is not an Elf.
+ELF& live(py::handle self) {
+  if (!py::isinstance<ELF>(self)) {
+    throwError(PyExc_TypeError, "expected a zelk_elf.Elf");
+  }
+  auto* instance = reinterpret_cast<py::detail::instance*>(self.ptr());
+  const py::detail::value_and_holder held =
+      instance->get_value_and_holder(py::detail::get_type_info(typeid(ELF)));
+  if (!held.holder_constructed()) {
+    throwError(PyExc_TypeError,
+               "this zelk_elf.Elf was never initialized; make one with Elf() or zelk_elf.load()");
+  }
+  return *held.value_ptr<ELF>();
+}
+
+// Turns `f(ELF&, args...)` into a method `(self, args...)` that reaches the
+// ELF through live().
+template <typename Call>
+struct OnLive;
+template <typename F, typename R, typename Self, typename... Args>
+struct OnLive<R (F::*)(Self, Args...) const> {
+  static auto wrap(F f) {
+    return [f](py::handle self, Args... args) -> R {
+      return f(live(self), std::forward<Args>(args)...);
+    };
+  }
+};
+template <typename F>
+auto onLive(F f) {
+  return OnLive<decltype(&F::operator())>::wrap(std::move(f));
+}
+
 // A debug field as a property: None when absent; assigning None makes it
 // absent. The new value is converted whole before it replaces the old one,
 // so a refused assignment leaves the field as it was.
@@ -30,18 +65,18 @@ void defDebugField(py::class_<ELF>& cls, const char* name,
                    const char* doc) {
   cls.def_property(
       name,
-      [field, get](const ELF& elf) -> py::object {
+      onLive([field, get](const ELF& elf) -> py::object {
         const absl::optional<T>& value = elf.*field;
         if (!value) return py::none();
         return get(*value);
-      },
-      [field, set](ELF& elf, py::handle value) {
+      }),
+      onLive([field, set](ELF& elf, py::handle value) {
         if (value.is_none()) {
           (elf.*field).reset();
         } else {
           elf.*field = set(value);
         }
-      },
+      }),
       doc);
 }
 
@@ -52,6 +87,24 @@ void defDebugField(py::class_<ELF>& cls, const char* name,
 
 std::string sectionName(py::handle name) { return fromStr(name, "section name"); }
 
+// The section names in table order, or only the first of each when
+// `distinct`. Sections that share a name share one str, so memory follows
+// the distinct names, however often an image repeats them.
+py::list sectionNames(const ELF& elf, bool distinct) {
+  absl::flat_hash_map<absl::string_view, py::object> made;
+  py::list names;
+  for (const engine::Section& section : imageOf(elf).sections()) {
+    auto [it, fresh] = made.try_emplace(section.name);
+    if (fresh) {
+      it->second = toStr(section.name);
+    } else if (distinct) {
+      continue;
+    }
+    names.append(it->second);
+  }
+  return names;
+}
+
 void bindElf(py::module_& m) {
   py::class_<ELF> cls(m, "Elf", R"(One ELF image in memory with its decoded debug information.
 
@@ -60,16 +113,16 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
 
   // Header fields.
   cls.def_property(
-      "machine", &ELF::getMachine,
-      [](ELF& elf, py::handle v) { elf.setMachine(checkedUint<uint16_t>(v, "machine")); },
+      "machine", onLive([](const ELF& elf) { return elf.getMachine(); }),
+      onLive([](ELF& elf, py::handle v) { elf.setMachine(checkedUint<uint16_t>(v, "machine")); }),
       "e_machine (16 bits).");
   cls.def_property(
-      "type", &ELF::getType,
-      [](ELF& elf, py::handle v) { elf.setType(checkedUint<uint16_t>(v, "type")); },
+      "type", onLive([](const ELF& elf) { return elf.getType(); }),
+      onLive([](ELF& elf, py::handle v) { elf.setType(checkedUint<uint16_t>(v, "type")); }),
       "e_type (16 bits).");
   cls.def_property(
-      "entry", &ELF::getEntry,
-      [](ELF& elf, py::handle v) {
+      "entry", onLive([](const ELF& elf) { return elf.getEntry(); }),
+      onLive([](ELF& elf, py::handle v) {
         // The header keeps the entry in the class's address width; refuse
         // what a 32-bit image would silently cut to its low half.
         const bool wide = imageOf(elf).wide();
@@ -77,81 +130,79 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
             v, wide ? std::numeric_limits<uint64_t>::max()
                     : std::numeric_limits<uint32_t>::max(),
             "entry"));
-      },
+      }),
       "e_entry (32 or 64 bits, by the image's class).");
 
   // Raw sections. Contents leave as bytes copies: a later set_section,
   // set_text or save may free the storage a view would point into.
   cls.def_property_readonly(
       "section_names",
-      [](const ELF& elf) {
-        py::list names;
-        for (const std::string& name : elf.getSectionNames()) names.append(toStr(name));
-        return names;
-      },
+      onLive([](const ELF& elf) { return sectionNames(elf, false); }),
       "Names of all sections in table order, the null section's \"\" first.");
+  cls.def("_distinct_section_names",
+          onLive([](const ELF& elf) { return sectionNames(elf, true); }));
   cls.def_property_readonly(
       "sections",
       [](py::object self) { return py::module_::import("zelk_elf").attr("Sections")(self); },
       "Read-only mapping of section names to their contents (bytes).");
   cls.def(
       "section_size",
-      [](const ELF& elf, py::handle name) {
+      onLive([](const ELF& elf, py::handle name) {
         const std::string key = sectionName(name);
         if (!elf.hasSection(key)) throwKeyError(name);
         return elf.getSectionSize(key);
-      },
+      }),
       py::arg("name"), "The section's recorded size (sh_size); KeyError when missing.");
   cls.def(
       "set_section",
-      [](ELF& elf, py::handle name, py::handle data) {
+      onLive([](ELF& elf, py::handle name, py::handle data) {
         const std::string key = sectionName(name);
         ByteBuffer buffer(data, "data");
         elf.setSection(key, buffer.span());
-      },
+      }),
       py::arg("name"), py::arg("data"),
       "Replaces the section's contents, creating it when missing.");
   // What the Sections view is made of.
-  cls.def("_has_section", [](const ELF& elf, py::handle name) {
+  cls.def("_has_section", onLive([](const ELF& elf, py::handle name) {
     return elf.hasSection(sectionName(name));
-  });
-  cls.def("_section", [](const ELF& elf, py::handle name) -> py::object {
+  }));
+  cls.def("_section", onLive([](const ELF& elf, py::handle name) -> py::object {
     const std::string key = sectionName(name);
     if (!elf.hasSection(key)) return py::none();
     return toBytes(elf.getSection(key));
-  });
+  }));
 
   // Text and comment.
   cls.def(
       "set_text",
-      [](ELF& elf, py::handle code, py::handle align) {
+      onLive([](ELF& elf, py::handle code, py::handle align) {
         const auto alignment = checkedUint<unsigned int>(align, "align");
         ByteBuffer buffer(code, "code");
         elf.setText(buffer.span(), alignment);
-      },
+      }),
       py::arg("code"), py::arg("align"),
       "Installs code as .text with that alignment, in a loadable segment.");
-  cls.def_property_readonly("text_addr", &ELF::getTextAddr,
+  cls.def_property_readonly("text_addr", onLive([](const ELF& elf) { return elf.getTextAddr(); }),
                             "Address of .text (low 32 bits); 0 without one.");
   cls.def_property_readonly(
       "text",
-      [](const ELF& elf) -> py::object {
+      onLive([](const ELF& elf) -> py::object {
         if (!elf.text) return py::none();
         return toBytes(*elf.text);
-      },
+      }),
       "Contents of .text as bytes; None when the image has no .text.");
   cls.def_property_readonly(
       "comment",
-      [](const ELF& elf) -> py::object {
+      onLive([](const ELF& elf) -> py::object {
         if (!elf.commentInfo) return py::none();
         py::list lines;
         for (absl::string_view line : *elf.commentInfo) lines.append(toStr(line));
         return lines;
-      },
+      }),
       "Lines of .comment; None when it is missing or empty.");
   cls.def(
       "set_comment",
-      [](ELF& elf, py::handle lines) {
+      onLive([](ELF& elf, py::handle lines) {
         std::vector<std::string> owned;
         if (PyUnicode_Check(lines.ptr())) {
           throwError(PyExc_TypeError, "lines must be a list of str, not str");
@@ -159,7 +210,7 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
         for (py::handle line : py::iter(lines)) owned.push_back(fromStr(line, "comment line"));
         const std::vector<absl::string_view> views(owned.begin(), owned.end());
         elf.setCommentInfo(views);
-      },
+      }),
       py::arg("lines"),
       "Rewrites .comment: each non-empty line and a NUL. [] changes nothing.");
 
@@ -196,17 +247,17 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
 
   cls.def(
       "save",
-      [](ELF& elf) {
+      onLive([](ELF& elf) {
         absl::StatusOr<ELF::Image> image = saveWithReason(elf);
         if (!image.ok()) throwPackageError("SaveError", image.status().message());
         return toBytes({image->data(), image->size()});
-      },
+      }),
       "Writes the debug fields into their sections and returns the image.");
-  cls.def("__repr__", [](const ELF& elf) {
+  cls.def("__repr__", onLive([](const ELF& elf) {
     return absl::StrCat("<zelk_elf.Elf machine=", elf.getMachine(),
                         " type=", elf.getType(),
-                        " sections=", elf.getSectionNames().size(), ">");
-  });
+                        " sections=", imageOf(elf).sections().size(), ">");
+  }));
 }
 
 void bindModule(py::module_& m) {

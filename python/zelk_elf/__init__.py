@@ -92,10 +92,10 @@ class Sections(Mapping[str, bytes]):
         return isinstance(name, str) and self._elf._has_section(name)
 
     def __iter__(self) -> Iterator[str]:
-        return iter(dict.fromkeys(self._elf.section_names))
+        return iter(self._elf._distinct_section_names())
 
     def __len__(self) -> int:
-        return len(set(self._elf.section_names))
+        return len(self._elf._distinct_section_names())
 
     def __repr__(self) -> str:
         return f"<zelk_elf.Sections {list(self)!r}>"

@@ -1,5 +1,7 @@
 """Loading, saving, sections, text and comment through the Python package."""
 
+import struct
+
 import pytest
 
 import zelk_elf
@@ -124,3 +126,39 @@ def test_wrong_argument_types():
         zelk_elf.load("an image")
     with pytest.raises(TypeError):
         zelk_elf.Elf().set_comment("one line")
+
+
+def same_names_image(count, name):
+    """A 32-bit image of `count` sections, all but the first two named `name`
+    through one entry of the name table."""
+    strtab = b"\0.shstrtab\0" + name + b"\0"
+    strtab += bytes(-len(strtab) % 4)
+    shoff = 52 + len(strtab)
+    header = b"\x7fELF\x01\x01\x01" + bytes(9) + struct.pack(
+        "<HHIIIIIHHHHHH", 2, 0, 1, 0, 0, shoff, 0, 52, 32, 0, 40, count, 1)
+    table = [bytes(40), struct.pack("<10I", 1, 3, 0, 0, 52, len(strtab), 0, 0, 1, 0)]
+    table += [struct.pack("<10I", 11, 1, 0, 0, 52, 0, 0, 0, 1, 0)] * (count - 2)
+    return header + strtab + b"".join(table)
+
+
+def test_repeated_names_cost_one_string():
+    name = "n" * 16384
+    elf = zelk_elf.load(same_names_image(4096, name.encode()))
+    names = elf.section_names
+    assert len(names) == 4096 and all(n is names[2] for n in names[3:])
+    assert list(elf.sections) == ["", ".shstrtab", name] and len(elf.sections) == 3
+    assert repr(elf) == "<zelk_elf.Elf machine=0 type=2 sections=4096>"
+
+
+@pytest.mark.parametrize("use", [
+    *[lambda e, f=f: getattr(e, f) for f in FIELDS + [
+        "machine", "type", "entry", "section_names", "text_addr", "text", "comment"]],
+    lambda e: setattr(e, "pm_size", 1), lambda e: setattr(e, "machine", 1),
+    lambda e: list(e.sections), lambda e: e.section_size(""), lambda e: e.set_section("x", b""),
+    lambda e: e.set_text(b"", 4), lambda e: e.set_comment(["x"]), lambda e: e.save(), repr,
+    lambda e: zelk_elf.Elf.save(object()),
+])
+def test_an_elf_never_initialized_raises(use):
+    elf = zelk_elf.Elf.__new__(zelk_elf.Elf)
+    with pytest.raises(TypeError, match="never initialized|expected a zelk_elf.Elf"):
+        use(elf)
