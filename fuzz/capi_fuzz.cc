@@ -75,6 +75,18 @@ void edit(ELF& elf, const uint8_t* data, size_t size) {
     start = end + 1;
   }
   elf.setCommentInfo(lines);
+  // The image's own bytes given back, even the name table's, which adding a
+  // section replaces.
+  const zelk_elf::engine::Image& image = zelk_elf::imageOf(elf);
+  const size_t table = image.header().shstrndx;
+  if (table != 0 && table < image.sections().size()) {
+    const absl::Span<const uint8_t> names = image.sections()[table].bytes();
+    const std::vector<uint8_t> before(names.begin(), names.end());
+    elf.setSection(".zelk.fuzz.names", names);
+    const absl::Span<const uint8_t> copied = elf.getSection(".zelk.fuzz.names");
+    check(std::equal(copied.begin(), copied.end(), before.begin(), before.end()),
+          "a section set from the name table holds its bytes");
+  }
   check(elf.text && elf.text->data() == elf.getSection(".text").data(), "text views .text");
   check(!elf.commentInfo || elf.commentInfo->empty() ||
             elf.commentInfo->front().data() ==
