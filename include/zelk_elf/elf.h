@@ -39,7 +39,10 @@ class ZELK_ELF_API ELF {
 
   // Parses `data` (copied; not referenced afterwards). Empty on any failure:
   // not ELF, a malformed image, a debug section that fails to decode, or
-  // memory exhaustion. Never throws.
+  // memory exhaustion. Never throws. A source or symbol map whose keys are
+  // built to collide (more than 32 distinct keys in one bucket of the
+  // std::unordered_map, which random names never reach) fails to decode:
+  // filling such a map would cost time quadratic in its size.
   static absl::optional<ELF> load(absl::Span<const uint8_t> data);
 
   // Writes every engaged debug field into its section, lays the image out and
