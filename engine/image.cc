@@ -147,9 +147,10 @@ Section& Image::addSection(absl::string_view name) {
     t.adopt(std::move(grown), grown_size, grown_capacity);
   } else if (in_place) {
     Section& t = sections_[table_index];
-    // The name and its NUL follow the bytes held.
+    // The name and its NUL end the grown table; the spare room they take
+    // was never written, so any lead byte is zero already.
     const absl::string_view written = name.substr(0, name.find('\0'));
-    std::memcpy(t.own_.get() + t.bytes_.size(), written.data(), written.size());
+    std::memcpy(t.own_.get() + grown_size - 1 - written.size(), written.data(), written.size());
     t.own_[grown_size - 1] = 0;
     t.bytes_ = absl::MakeConstSpan(t.own_.get(), grown_size);
     t.header.size = grown_size;
