@@ -2,11 +2,21 @@
 #include "zelk_elf/debug_info.h"
 
 namespace zelk_elf {
+namespace {
 
-// The fields in declaration order, each as its unsigned value, so that the
-// result equals absl::Hash of the same sequence.
-size_t DebugInfoID::hash() const { return absl::HashOf(kind, id0, id1); }
+// absl::Hash of the fields in declaration order: the same value as
+// absl::HashOf(field0, field1, ...).
+template <typename Record>
+size_t hashOfFields(const Record& record) {
+  return std::apply(
+      [&record](const auto&... fields) { return absl::HashOf(record.*(fields.member)...); },
+      Fields<Record>::kList);
+}
 
-size_t BasicBlockRange::hash() const { return absl::HashOf(start, end); }
+}  // namespace
+
+size_t DebugInfoID::hash() const { return hashOfFields(*this); }
+
+size_t BasicBlockRange::hash() const { return hashOfFields(*this); }
 
 }  // namespace zelk_elf

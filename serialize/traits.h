@@ -13,17 +13,17 @@
 namespace tolva_lib {
 namespace serialize {
 
-// Specialised per type:
+// Specialised per type, or for a family of types through `Enable`:
 //   template <typename D>
 //   static Result<T, typename D::ErrTy> decode(D& decoder);
-template <typename T>
+template <typename T, typename Enable = void>
 struct Decodable;
 
-// Specialised per type:
+// Specialised per type, or for a family of types through `Enable`:
 //   template <typename E>
 //   static Result<absl::monostate, typename E::ErrTy>
 //   encode(const T& value, E& encoder);
-template <typename T>
+template <typename T, typename Enable = void>
 struct Encodable;
 
 template <typename T, typename D>
@@ -40,7 +40,7 @@ void put(const T& value, E& e) {
 
 // The fewest bytes one encoded T can occupy. Decoders use it to refuse
 // counts that the remaining input cannot hold before allocating for them.
-template <typename T>
+template <typename T, typename Enable = void>
 struct MinWireSize {
   static constexpr size_t value = 1;
 };

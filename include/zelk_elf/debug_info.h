@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -82,50 +83,108 @@ struct SymbolAddr {
 using SourceMap = std::unordered_map<std::string, std::vector<std::string>>;
 using SymbolMap = std::unordered_map<std::string, SymbolAddr>;
 
+// ---------------------------------------------------------------------------
+// The one description of each record's fields: name and member, in
+// declaration order, which is also their order in a payload. Codecs,
+// equality, hashing and every conversion (JSON, Python, the tool's output)
+// walk it; adding a field to a record is one line here.
+
+template <typename Record, typename T>
+struct Field {
+  using Type = T;
+  const char* name;
+  T Record::*member;
+};
+
+template <typename Record, typename T>
+constexpr Field<Record, T> field(const char* name, T Record::*member) {
+  return {name, member};
+}
+
+// Specialised for each record: static constexpr auto kList, a tuple of Field.
+template <typename Record>
+struct Fields;
+
+template <>
+struct Fields<DebugInfoID> {
+  static constexpr auto kList =
+      std::make_tuple(field("kind", &DebugInfoID::kind), field("id0", &DebugInfoID::id0),
+                      field("id1", &DebugInfoID::id1));
+};
+template <>
+struct Fields<SpillLoc> {
+  static constexpr auto kList =
+      std::make_tuple(field("addr", &SpillLoc::addr), field("index", &SpillLoc::index),
+                      field("kind", &SpillLoc::kind), field("name", &SpillLoc::name));
+};
+template <>
+struct Fields<SpillInfo> {
+  static constexpr auto kList = std::make_tuple(field("locs", &SpillInfo::locs));
+};
+template <>
+struct Fields<SWPLoc> {
+  static constexpr auto kList = std::make_tuple(field("addr", &SWPLoc::addr));
+};
+template <>
+struct Fields<SWPInfo> {
+  static constexpr auto kList = std::make_tuple(field("locs", &SWPInfo::locs));
+};
+template <>
+struct Fields<BasicBlockRange> {
+  static constexpr auto kList = std::make_tuple(field("start", &BasicBlockRange::start),
+                                                field("end", &BasicBlockRange::end));
+};
+template <>
+struct Fields<ControlFlowGraph> {
+  static constexpr auto kList = std::make_tuple(field("edges", &ControlFlowGraph::edges));
+};
+template <>
+struct Fields<LatencyInfoLoc> {
+  static constexpr auto kList = std::make_tuple(
+      field("addr", &LatencyInfoLoc::addr), field("kind", &LatencyInfoLoc::kind),
+      field("value0", &LatencyInfoLoc::value0), field("value1", &LatencyInfoLoc::value1),
+      field("value2", &LatencyInfoLoc::value2), field("value3", &LatencyInfoLoc::value3));
+};
+template <>
+struct Fields<LatencyInfo> {
+  static constexpr auto kList = std::make_tuple(field("locs", &LatencyInfo::locs));
+};
+template <>
+struct Fields<SymbolAddr> {
+  static constexpr auto kList =
+      std::make_tuple(field("kind", &SymbolAddr::kind), field("addr", &SymbolAddr::addr));
+};
+
+// Whether T is a record described above.
+template <typename T, typename = void>
+struct IsRecord : std::false_type {};
+template <typename T>
+struct IsRecord<T, std::void_t<decltype(Fields<T>::kList)>> : std::true_type {};
+
+// Calls f(name, record.field, more.field...) for each field, in order: one
+// record to read or fill, or several to compare.
+template <typename F, typename Record, typename... More>
+void visitFields(F&& f, Record& record, More&... more) {
+  const auto one = [&](const auto& field) {
+    f(field.name, record.*(field.member), more.*(field.member)...);
+  };
+  std::apply([&one](const auto&... fields) { (one(fields), ...); },
+             Fields<std::remove_const_t<Record>>::kList);
+}
+
 // Field-wise equality, so records can key hash containers and be compared in
 // tests and tools.
-inline bool operator==(const DebugInfoID& a, const DebugInfoID& b) {
-  return a.kind == b.kind && a.id0 == b.id0 && a.id1 == b.id1;
+template <typename Record, typename = std::enable_if_t<IsRecord<Record>::value>>
+bool operator==(const Record& a, const Record& b) {
+  bool equal = true;
+  visitFields([&equal](const char*, const auto& x, const auto& y) { equal = equal && x == y; },
+              a, b);
+  return equal;
 }
-inline bool operator==(const SpillLoc& a, const SpillLoc& b) {
-  return a.addr == b.addr && a.index == b.index && a.kind == b.kind &&
-         a.name == b.name;
+template <typename Record, typename = std::enable_if_t<IsRecord<Record>::value>>
+bool operator!=(const Record& a, const Record& b) {
+  return !(a == b);
 }
-inline bool operator==(const SpillInfo& a, const SpillInfo& b) {
-  return a.locs == b.locs;
-}
-inline bool operator==(const SWPLoc& a, const SWPLoc& b) {
-  return a.addr == b.addr;
-}
-inline bool operator==(const SWPInfo& a, const SWPInfo& b) {
-  return a.locs == b.locs;
-}
-inline bool operator==(const BasicBlockRange& a, const BasicBlockRange& b) {
-  return a.start == b.start && a.end == b.end;
-}
-inline bool operator==(const ControlFlowGraph& a, const ControlFlowGraph& b) {
-  return a.edges == b.edges;
-}
-inline bool operator==(const LatencyInfoLoc& a, const LatencyInfoLoc& b) {
-  return a.addr == b.addr && a.kind == b.kind && a.value0 == b.value0 &&
-         a.value1 == b.value1 && a.value2 == b.value2 && a.value3 == b.value3;
-}
-inline bool operator==(const LatencyInfo& a, const LatencyInfo& b) {
-  return a.locs == b.locs;
-}
-inline bool operator==(const SymbolAddr& a, const SymbolAddr& b) {
-  return a.kind == b.kind && a.addr == b.addr;
-}
-inline bool operator!=(const DebugInfoID& a, const DebugInfoID& b) { return !(a == b); }
-inline bool operator!=(const SpillLoc& a, const SpillLoc& b) { return !(a == b); }
-inline bool operator!=(const SpillInfo& a, const SpillInfo& b) { return !(a == b); }
-inline bool operator!=(const SWPLoc& a, const SWPLoc& b) { return !(a == b); }
-inline bool operator!=(const SWPInfo& a, const SWPInfo& b) { return !(a == b); }
-inline bool operator!=(const BasicBlockRange& a, const BasicBlockRange& b) { return !(a == b); }
-inline bool operator!=(const ControlFlowGraph& a, const ControlFlowGraph& b) { return !(a == b); }
-inline bool operator!=(const LatencyInfoLoc& a, const LatencyInfoLoc& b) { return !(a == b); }
-inline bool operator!=(const LatencyInfo& a, const LatencyInfo& b) { return !(a == b); }
-inline bool operator!=(const SymbolAddr& a, const SymbolAddr& b) { return !(a == b); }
 
 }  // namespace zelk_elf
 
