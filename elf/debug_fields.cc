@@ -16,27 +16,10 @@
 namespace zelk_elf {
 namespace {
 
-template <typename T>
-struct DebugField {
-  size_t index;  // into kDebugSectionNames
-  absl::optional<T> ELF::*member;
-};
-
-// The fields of ELF, in section order.
-constexpr auto kDebugFields = std::make_tuple(
-    DebugField<DebugInfoID>{0, &ELF::dbgID},
-    DebugField<SpillInfo>{1, &ELF::spillInfo},
-    DebugField<SWPInfo>{2, &ELF::swpInfo},
-    DebugField<ControlFlowGraph>{3, &ELF::cfgInfo},
-    DebugField<SourceMap>{4, &ELF::srcInfo},
-    DebugField<SymbolMap>{5, &ELF::symInfo},
-    DebugField<uint32_t>{6, &ELF::pmSize},
-    DebugField<std::string>{7, &ELF::verifyInfo},
-    DebugField<LatencyInfo>{8, &ELF::latencyInfo});
-
 // The first section of each of the nine names, by index, found in one pass.
-std::array<absl::optional<size_t>, 9> findDebugSections(const engine::Image& image) {
-  std::array<absl::optional<size_t>, 9> found;
+std::array<absl::optional<size_t>, kDebugFieldCount> findDebugSections(
+    const engine::Image& image) {
+  std::array<absl::optional<size_t>, kDebugFieldCount> found;
   const absl::Span<const engine::Section> sections = image.sections();
   for (size_t i = 0; i < sections.size(); ++i) {
     const absl::string_view name = sections[i].name;
@@ -53,13 +36,11 @@ std::array<absl::optional<size_t>, 9> findDebugSections(const engine::Image& ima
 
 // Runs `step` on each field in order until one fails.
 template <typename Step>
-absl::Status forEachField(Step step) {
+absl::Status forEachFieldUntilFailure(Step step) {
   absl::Status status;
-  std::apply(
-      [&](const auto&... field) {
-        ((status.ok() ? (void)(status = step(field)) : (void)0), ...);
-      },
-      kDebugFields);
+  forEachDebugField([&](size_t index, const auto& field) {
+    if (status.ok()) status = step(index, field);
+  });
   return status;
 }
 
@@ -68,11 +49,11 @@ absl::Status forEachField(Step step) {
 absl::Status readDebugFields(ELF& elf) {
   const engine::Image& image = elf.impl->image;
   const auto found = findDebugSections(image);
-  return forEachField([&](const auto& field) -> absl::Status {
-    using T = typename std::remove_reference_t<decltype(elf.*field.member)>::value_type;
-    const absl::string_view name = kDebugSectionNames[field.index];
-    if (!found[field.index]) return absl::OkStatus();
-    const engine::Section& section = image.sections()[*found[field.index]];
+  return forEachFieldUntilFailure([&](size_t index, const auto& field) -> absl::Status {
+    using T = typename std::decay_t<decltype(field)>::Type;
+    const absl::string_view name = field.section;
+    if (!found[index]) return absl::OkStatus();
+    const engine::Section& section = image.sections()[*found[index]];
     absl::StatusOr<T> value = debuginfo::decodePayload<T>(section.bytes());
     if (!value.ok()) {
       return absl::InvalidArgumentError(absl::StrCat(name, ": ", value.status().message()));
@@ -86,17 +67,16 @@ absl::Status writeDebugFields(ELF& elf) {
   engine::Image& image = elf.impl->image;
   // Sections are only appended here, so indexes found first stay right.
   const auto found = findDebugSections(image);
-  return forEachField([&](const auto& field) -> absl::Status {
+  return forEachFieldUntilFailure([&](size_t index, const auto& field) -> absl::Status {
     const auto& value = elf.*field.member;
     if (!value) return absl::OkStatus();
     const std::vector<uint8_t> payload = debuginfo::encodePayload(*value);
-    const absl::string_view name = kDebugSectionNames[field.index];
-    engine::Section& section = found[field.index] ? image.sections()[*found[field.index]]
-                                                  : addSection(elf, name);
-    writeRawSection(elf, section, payload);
-    // The engine empties a section whose copy could not be allocated; saving
-    // on would hand out an image whose debug section no longer decodes.
-    if (section.bytes().size() != payload.size()) {
+    const absl::string_view name = field.section;
+    engine::Section& section =
+        found[index] ? image.sections()[*found[index]] : addSection(elf, name);
+    // Saving on after a failed copy would hand out an image whose debug
+    // section no longer decodes.
+    if (absl::Status s = writeRawSection(elf, section, payload); !s.ok()) {
       return absl::ResourceExhaustedError(
           absl::StrCat(name, ": no memory for its payload of ", payload.size(), " bytes"));
     }

@@ -1,19 +1,65 @@
 // The nine ".zelk.dbg." sections and the fields of ELF that hold their
-// decoded values: one table, read at load and written at save.
+// decoded values: one table, walked by load and save, by moving an ELF, and
+// by every conversion of the fields (the C queries, zelk-elf, Python).
+// Adding a tenth field is one row here.
 #ifndef ZELK_ELF_ELF_DEBUG_FIELDS_H_
 #define ZELK_ELF_ELF_DEBUG_FIELDS_H_
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <tuple>
+
 #include "absl/status/status.h"
 #include "absl/strings/string_view.h"
+#include "absl/types/optional.h"
 #include "zelk_elf/elf.h"
 
 namespace zelk_elf {
 
-// Section names, in the order loading and saving process them.
-inline constexpr absl::string_view kDebugSectionNames[9] = {
-    ".zelk.dbg.id",     ".zelk.dbg.spill",      ".zelk.dbg.swp",
-    ".zelk.dbg.cfg",    ".zelk.dbg.src",        ".zelk.dbg.sym",
-    ".zelk.dbg.pmsize", ".zelk.dbg.verifyinfo", ".zelk.dbg.latency"};
+template <typename T>
+struct DebugField {
+  using Type = T;
+  const char* section;      // ".zelk.dbg.swp"
+  const char* python_name;  // the zelk_elf.ELF property: "swp_info"
+  const char* json_name;    // the member of zelk-elf's JSON document: "swp_list"
+  absl::optional<T> ELF::*member;
+};
+
+// In section order: the order of loading, saving and every listing.
+inline constexpr auto kDebugFields = std::make_tuple(
+    DebugField<DebugInfoID>{".zelk.dbg.id", "dbg_id", "debug_id", &ELF::dbgID},
+    DebugField<SpillInfo>{".zelk.dbg.spill", "spill_info", "spill_list", &ELF::spillInfo},
+    DebugField<SWPInfo>{".zelk.dbg.swp", "swp_info", "swp_list", &ELF::swpInfo},
+    DebugField<ControlFlowGraph>{".zelk.dbg.cfg", "cfg_info", "cfg_edges", &ELF::cfgInfo},
+    DebugField<SourceMap>{".zelk.dbg.src", "src_info", "source_map", &ELF::srcInfo},
+    DebugField<SymbolMap>{".zelk.dbg.sym", "sym_info", "symbol_map", &ELF::symInfo},
+    DebugField<uint32_t>{".zelk.dbg.pmsize", "pm_size", "pm_size", &ELF::pmSize},
+    DebugField<std::string>{".zelk.dbg.verifyinfo", "verify_info", "verify_info",
+                            &ELF::verifyInfo},
+    DebugField<LatencyInfo>{".zelk.dbg.latency", "latency_info", "latency_list",
+                            &ELF::latencyInfo});
+
+inline constexpr size_t kDebugFieldCount = std::tuple_size<decltype(kDebugFields)>::value;
+
+// Calls f(index, field) for each row, in order.
+template <typename F>
+void forEachDebugField(F&& f) {
+  std::apply(
+      [&f](const auto&... fields) {
+        size_t index = 0;
+        (f(index++, fields), ...);
+      },
+      kDebugFields);
+}
+
+// The section names, in table order.
+inline constexpr auto kDebugSectionNames = std::apply(
+    [](const auto&... fields) {
+      return std::array<absl::string_view, kDebugFieldCount>{fields.section...};
+    },
+    kDebugFields);
 
 // Decodes the first section of each name that the image holds into its
 // field; the fields must all be empty. Stops at the first payload refused,

@@ -2,6 +2,7 @@
 #include <memory>
 #include <utility>
 
+#include "elf/debug_fields.h"
 #include "elf/impl.h"
 #include "zelk_elf/elf.h"
 
@@ -17,15 +18,8 @@ ELF::ELF(ELF&& other) noexcept = default;
 ELF& ELF::operator=(ELF&& other) noexcept {
   if (this == &other) return *this;
   impl = std::move(other.impl);
-  dbgID = std::move(other.dbgID);
-  spillInfo = std::move(other.spillInfo);
-  swpInfo = std::move(other.swpInfo);
-  cfgInfo = std::move(other.cfgInfo);
-  srcInfo = std::move(other.srcInfo);
-  symInfo = std::move(other.symInfo);
-  pmSize = std::move(other.pmSize);
-  verifyInfo = std::move(other.verifyInfo);
-  latencyInfo = std::move(other.latencyInfo);
+  forEachDebugField(
+      [&](size_t, const auto& field) { this->*field.member = std::move(other.*field.member); });
   commentInfo = std::move(other.commentInfo);
   text = std::move(other.text);
   return *this;
