@@ -263,7 +263,7 @@ ELF nestedSegments(int segments) {
     e::Section& s = image.addSection(".s" + std::to_string(k));
     s.header.type = e::kShtProgbits;
     s.header.flags = e::kShfAlloc;
-    s.setData(data, sizeof data);
+    s.setData(data, sizeof data).IgnoreError();
   }
   for (int i = 0; i < segments; ++i) {
     e::Segment& g = image.addSegment();

@@ -55,13 +55,14 @@ engine::Section& addSection(ELF& elf, absl::string_view name) {
   return added;
 }
 
-void replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data) {
+absl::Status replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data) {
   // Drop views into the bytes about to be released before releasing them.
   const Viewed viewed = viewedBy(elf, section);
   if (viewed.text) elf.text.reset();
   if (viewed.comment) elf.commentInfo.reset();
-  section.setData(data.data(), data.size());
+  absl::Status copied = section.setData(data.data(), data.size());
   refreshViews(elf, section, viewed);
+  return copied;
 }
 
 absl::Span<const uint8_t> keepFromNameTable(const engine::Image& image,
@@ -79,23 +80,23 @@ absl::Span<const uint8_t> keepFromNameTable(const engine::Image& image,
   return kept;
 }
 
-engine::Section& writeRawSection(ELF& elf, absl::string_view name,
-                                 absl::Span<const uint8_t> data) {
+absl::Status writeRawSection(ELF& elf, absl::string_view name, absl::Span<const uint8_t> data) {
   engine::Section* section = elf.impl->image.findSection(name);
   std::vector<uint8_t> kept;
   if (section == nullptr) {
     data = keepFromNameTable(elf.impl->image, data, kept);
     section = &addSection(elf, name);
   }
-  writeRawSection(elf, *section, data);
-  return *section;
+  return writeRawSection(elf, *section, data);
 }
 
-void writeRawSection(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data) {
+absl::Status writeRawSection(ELF& elf, engine::Section& section,
+                             absl::Span<const uint8_t> data) {
   // Type first: SHT_NOBITS holds no data.
   section.header.type = engine::kShtProgbits;
-  replaceData(elf, section, data);
+  absl::Status copied = replaceData(elf, section, data);
   section.header.addralign = 1;
+  return copied;
 }
 
 bool ELF::hasSection(const std::string& name) const {
@@ -115,7 +116,9 @@ size_t ELF::getSectionSize(const std::string& name) const {
 }
 
 void ELF::setSection(const std::string& name, absl::Span<const uint8_t> data) {
-  writeRawSection(*this, name, data);
+  // Bytes that cannot be copied leave the section empty (size 0), which is
+  // all this interface can say of it.
+  writeRawSection(*this, name, data).IgnoreError();
 }
 
 std::vector<std::string> ELF::getSectionNames() const {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "absl/status/status.h"
 #include "absl/strings/string_view.h"
 #include "absl/types/span.h"
 #include "engine/image.h"
@@ -25,8 +26,9 @@ engine::Section& addSection(ELF& elf, absl::string_view name);
 // Replaces the bytes of `section`. When it is the first ".text" or
 // ".comment", the matching view is engaged with the new bytes; if the lines
 // cannot be read (out of memory) they stay absent and the exception
-// propagates.
-void replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data);
+// propagates. When the bytes cannot be copied, the section holds none and
+// the status says so.
+absl::Status replaceData(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data);
 
 // Adding a section replaces the bytes of the section-name table, and `data`,
 // bytes about to be stored, may be those very bytes (a caller copying
@@ -38,11 +40,12 @@ absl::Span<const uint8_t> keepFromNameTable(const engine::Image& image,
 
 // The raw section write of setSection and of the debug fields: the first
 // section of that name, created when missing, becomes SHT_PROGBITS with
-// these bytes and alignment 1; nothing else about it changes.
-engine::Section& writeRawSection(ELF& elf, absl::string_view name,
-                                 absl::Span<const uint8_t> data);
+// these bytes and alignment 1; nothing else about it changes. The status is
+// replaceData's.
+absl::Status writeRawSection(ELF& elf, absl::string_view name, absl::Span<const uint8_t> data);
 // The same on a section already found.
-void writeRawSection(ELF& elf, engine::Section& section, absl::Span<const uint8_t> data);
+absl::Status writeRawSection(ELF& elf, engine::Section& section,
+                             absl::Span<const uint8_t> data);
 
 }  // namespace zelk_elf
 

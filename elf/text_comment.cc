@@ -35,7 +35,8 @@ void ELF::setText(absl::Span<const uint8_t> code, unsigned int align) {
     }
     section->header.type = engine::kShtProgbits;
     section->header.flags = engine::kShfAlloc | engine::kShfExecInstr;
-    replaceData(*this, *section, code);
+    // Code that cannot be copied leaves .text empty; setText reports nothing.
+    replaceData(*this, *section, code).IgnoreError();
     section->header.addralign = align;
 
     // Relocatable objects have no segments to load the code with.
@@ -72,7 +73,7 @@ void ELF::setCommentInfo(const std::vector<absl::string_view>& lines) {
       section->header.entsize = 1;
       section->header.addralign = 1;
     }
-    replaceData(*this, *section, data);
+    replaceData(*this, *section, data).IgnoreError();  // as setText
   } catch (...) {
     // Whatever was changed stays; `commentInfo` never views released bytes.
   }

@@ -6,6 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "absl/strings/str_cat.h"
+
 namespace zelk_elf {
 namespace engine {
 namespace {
@@ -17,24 +19,26 @@ constexpr uint64_t kMaxStringTableFill = uint64_t{1} << 24;
 
 }  // namespace
 
-void Section::setData(const uint8_t* data, size_t size) {
+absl::Status Section::setData(const uint8_t* data, size_t size) {
   // SHT_NOBITS keeps what it held and records that count.
   if (header.type == kShtNobits) {
     header.size = bytes_.size();
-    return;
+    return absl::OkStatus();
+  }
+  if (data == nullptr || size == 0) {
+    adopt(nullptr, 0, 0);
+    return absl::OkStatus();
   }
   std::unique_ptr<uint8_t[]> fresh;
-  if (data != nullptr && size != 0) {
-    try {
-      fresh = std::make_unique<uint8_t[]>(size);
-    } catch (const std::bad_alloc&) {
-      size = 0;
-    }
-  } else {
-    size = 0;
+  try {
+    fresh = std::make_unique<uint8_t[]>(size);
+  } catch (const std::bad_alloc&) {
+    adopt(nullptr, 0, 0);
+    return absl::ResourceExhaustedError(absl::StrCat("no memory for ", size, " bytes"));
   }
-  if (size != 0) std::memcpy(fresh.get(), data, size);
+  std::memcpy(fresh.get(), data, size);
   adopt(std::move(fresh), size, size);
+  return absl::OkStatus();
 }
 
 void Section::adopt(std::unique_ptr<uint8_t[]> own, size_t size, size_t capacity) noexcept {

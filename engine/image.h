@@ -56,9 +56,10 @@ struct Section {
   absl::Span<const uint8_t> bytes() const { return bytes_; }
 
   // Replaces the bytes with a copy of `data` and records their count as the
-  // size. SHT_NOBITS holds nothing: its size becomes the count it holds. On
-  // allocation failure the section holds nothing and records size 0.
-  void setData(const uint8_t* data, size_t size);
+  // size. SHT_NOBITS holds nothing: its size becomes the count it holds. When
+  // the copy cannot be allocated, the section holds nothing, records size 0
+  // and the status says so.
+  absl::Status setData(const uint8_t* data, size_t size);
 
  private:
   friend class Image;

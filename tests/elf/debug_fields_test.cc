@@ -18,7 +18,7 @@ engine::Section& addSection(ELF& elf, const std::string& name, const Bytes& data
                             uint32_t type = engine::kShtProgbits) {
   engine::Section& s = imageOf(elf).addSection(name);
   s.header.type = type;
-  s.setData(data.data(), data.size());
+  EXPECT_TRUE(s.setData(data.data(), data.size()).ok());
   return s;
 }
 

@@ -36,7 +36,7 @@ Section& addData(Image& image, absl::string_view name, const Bytes& data, uint64
   s.header.type = kShtProgbits;
   s.header.flags = flags;
   s.header.addralign = 1;
-  s.setData(data.data(), data.size());
+  EXPECT_TRUE(s.setData(data.data(), data.size()).ok());
   return s;
 }
 
@@ -70,7 +70,7 @@ TEST(SectionEditTest, NamesAreAppendedAndDataCopied) {
   EXPECT_EQ(reloaded.sections()[4].name, "ab");
 
   const Bytes data = {1, 2, 3};
-  s[2].setData(data.data(), data.size());
+  EXPECT_TRUE(s[2].setData(data.data(), data.size()).ok());
   EXPECT_TRUE(s[2].header.size == 3 && bytesOf(s[2].bytes()) == data &&
               s[2].bytes().data() != data.data());
   const uint8_t* held = s[2].bytes().data();
@@ -78,12 +78,12 @@ TEST(SectionEditTest, NamesAreAppendedAndDataCopied) {
   Section& t = image.sections()[2];
   EXPECT_EQ(t.bytes().data(), held);  // stable across growth
   EXPECT_EQ(image.segments()[99].header.align, 0u);  // a new segment is all zeros
-  t.setData(nullptr, 0);
+  EXPECT_TRUE(t.setData(nullptr, 0).ok());
   EXPECT_TRUE(t.bytes().data() == nullptr && t.header.size == 0);
   // NOBITS keeps what it held and records that count.
-  t.setData(data.data(), data.size());
+  EXPECT_TRUE(t.setData(data.data(), data.size()).ok());
   t.header.type = kShtNobits;
-  t.setData(data.data(), 1);
+  EXPECT_TRUE(t.setData(data.data(), 1).ok());
   EXPECT_TRUE(t.header.size == 3 && bytesOf(t.bytes()) == data);
 }
 
@@ -382,7 +382,7 @@ TEST(LayoutTest, RepairsDamagedHeaderFields) {
   Image image;
   Section& null = image.sections()[0];
   null.header.type = kShtProgbits;
-  null.setData(hex("aabbccdd").data(), 4);
+  EXPECT_TRUE(null.setData(hex("aabbccdd").data(), 4).ok());
   const Bytes fresh = saved(image);
   EXPECT_EQ(Bytes(fresh.begin(), fresh.begin() + 4), hex("7f454c46"));
   EXPECT_EQ(null.header.offset, 0u);
