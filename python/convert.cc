@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 #include <tuple>
+#include <type_traits>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -83,18 +85,6 @@ py::dict sortedDict(const Map& map, Convert&& convert) {
   return out;
 }
 
-py::object toPython(const BasicBlockRange& range, const py::object& cls) {
-  return cls(range.start, range.end);
-}
-
-BasicBlockRange rangeFromPython(py::handle value) {
-  std::vector<py::object> f = recordFields(value, 2, "BasicBlockRange");
-  BasicBlockRange range;
-  range.start = checkedUint<uint32_t>(f[0], "BasicBlockRange.start");
-  range.end = checkedUint<uint32_t>(f[1], "BasicBlockRange.end");
-  return range;
-}
-
 }  // namespace
 
 void throwError(PyObject* type, const std::string& message) {
@@ -163,139 +153,172 @@ py::bytes toBytes(absl::Span<const uint8_t> bytes) {
   return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
 
-py::object toPython(const DebugInfoID& id) {
-  return recordClass("DebugInfoID")(id.kind, id.id0, id.id1);
+namespace {
+
+// What each C++ type becomes in Python, derived from the records' field
+// lists: unsigned integers are int, byte strings str, a record its named
+// tuple (a record of one integer, a SWP location, is that int), a tuple a
+// tuple, a vector or a list record a list, a map a dict in key order.
+// `what` names the value in messages: "swp_info", "SpillLoc.addr".
+
+template <typename T>
+struct IsVector : std::false_type {};
+template <typename T>
+struct IsVector<std::vector<T>> : std::true_type {};
+template <typename T>
+struct IsTuple : std::false_type {};
+template <typename... Ts>
+struct IsTuple<std::tuple<Ts...>> : std::true_type {};
+template <typename T>
+struct IsMap : std::false_type {};
+template <typename V>
+struct IsMap<std::unordered_map<std::string, V>> : std::true_type {};
+
+template <typename Record>
+constexpr size_t fieldCount() {
+  return std::tuple_size<decltype(Fields<Record>::kList)>::value;
+}
+template <typename Record>
+using FirstType =
+    typename std::decay_t<decltype(std::get<0>(Fields<Record>::kList))>::Type;
+// A record that stands for its one field: a list record is its list, a
+// record of one integer is that integer.
+template <typename Record>
+constexpr bool isWrapper() {
+  return fieldCount<Record>() == 1 &&
+         (IsVector<FirstType<Record>>::value || std::is_integral<FirstType<Record>>::value);
 }
 
-DebugInfoID dbgIdFromPython(py::handle value) {
-  std::vector<py::object> f = recordFields(value, 3, "DebugInfoID");
-  DebugInfoID id;
-  id.kind = checkedUint<uint8_t>(f[0], "DebugInfoID.kind");
-  id.id0 = checkedUint<uint16_t>(f[1], "DebugInfoID.id0");
-  id.id1 = checkedUint<uint16_t>(f[2], "DebugInfoID.id1");
-  return id;
+// Messages name an element of a list of one-integer records by its list and
+// the field written out: "swp_info address".
+std::string spelledOut(const char* field) {
+  return std::string(field) == "addr" ? "address" : field;
 }
 
-py::object toPython(const SpillInfo& info) {
-  py::object cls = recordClass("SpillLoc");
-  py::list out;
-  for (const SpillLoc& loc : info.locs) {
-    out.append(cls(loc.addr, loc.index, loc.kind, toStr(loc.name)));
+template <typename T>
+py::object toPython(const T& value);
+
+template <typename T>
+py::object recordToPython(const T& record) {
+  if constexpr (isWrapper<T>()) {
+    return toPython(record.*(std::get<0>(Fields<T>::kList).member));
+  } else {
+    py::tuple args(fieldCount<T>());
+    size_t i = 0;
+    visitFields([&](const char*, const auto& field) { args[i++] = toPython(field); }, record);
+    return recordClass(Fields<T>::kName)(*args);
   }
-  return out;
 }
 
-SpillInfo spillInfoFromPython(py::handle value) {
-  SpillInfo info;
-  forEachItem(value, "spill_info", [&](py::handle item) {
-    std::vector<py::object> f = recordFields(item, 4, "SpillLoc");
-    SpillLoc loc;
-    loc.addr = checkedUint<uint32_t>(f[0], "SpillLoc.addr");
-    loc.index = checkedUint<uint8_t>(f[1], "SpillLoc.index");
-    loc.kind = checkedUint<uint8_t>(f[2], "SpillLoc.kind");
-    loc.name = fromStr(f[3], "SpillLoc.name");
-    info.locs.push_back(std::move(loc));
-  });
-  return info;
-}
-
-// A SWP location holds nothing but its address, so the list is of ints.
-py::object toPython(const SWPInfo& info) {
-  py::list out;
-  for (const SWPLoc& loc : info.locs) out.append(loc.addr);
-  return out;
-}
-
-SWPInfo swpInfoFromPython(py::handle value) {
-  SWPInfo info;
-  forEachItem(value, "swp_info", [&](py::handle item) {
-    info.locs.push_back(SWPLoc{checkedUint<uint32_t>(item, "swp_info address")});
-  });
-  return info;
-}
-
-py::object toPython(const ControlFlowGraph& cfg) {
-  py::object cls = recordClass("BasicBlockRange");
-  py::list out;
-  for (const auto& edge : cfg.edges) {
-    out.append(py::make_tuple(toPython(std::get<0>(edge), cls),
-                              toPython(std::get<1>(edge), cls)));
-  }
-  return out;
-}
-
-ControlFlowGraph cfgFromPython(py::handle value) {
-  ControlFlowGraph cfg;
-  forEachItem(value, "cfg_info", [&](py::handle item) {
-    std::vector<py::object> pair = recordFields(item, 2, "CFG edge");
-    cfg.edges.emplace_back(rangeFromPython(pair[0]), rangeFromPython(pair[1]));
-  });
-  return cfg;
-}
-
-py::object toPython(const SourceMap& sources) {
-  return sortedDict(sources, [](const std::vector<std::string>& lines) {
+template <typename T>
+py::object toPython(const T& value) {
+  if constexpr (std::is_integral<T>::value) {
+    return py::int_(value);
+  } else if constexpr (std::is_same<T, std::string>::value) {
+    return toStr(value);
+  } else if constexpr (IsRecord<T>::value) {
+    return recordToPython(value);
+  } else if constexpr (IsTuple<T>::value) {
+    return std::apply([](const auto&... e) { return py::make_tuple(toPython(e)...); }, value);
+  } else if constexpr (IsVector<T>::value) {
     py::list out;
-    for (const std::string& line : lines) out.append(toStr(line));
-    return out;
-  });
-}
-
-SourceMap sourceMapFromPython(py::handle value) {
-  SourceMap sources;
-  forEachEntry(value, "src_info", [&](py::handle key, py::handle lines) {
-    std::vector<std::string> converted;
-    forEachItem(lines, "src_info value", [&](py::handle line) {
-      converted.push_back(fromStr(line, "src_info string"));
-    });
-    sources[fromStr(key, "src_info key")] = std::move(converted);
-  });
-  return sources;
-}
-
-py::object toPython(const SymbolMap& symbols) {
-  py::object cls = recordClass("SymbolAddr");
-  return sortedDict(symbols, [&cls](const SymbolAddr& symbol) {
-    return cls(symbol.kind, symbol.addr);
-  });
-}
-
-SymbolMap symbolMapFromPython(py::handle value) {
-  SymbolMap symbols;
-  forEachEntry(value, "sym_info", [&](py::handle key, py::handle entry) {
-    std::vector<py::object> f = recordFields(entry, 2, "SymbolAddr");
-    SymbolAddr symbol;
-    symbol.kind = checkedUint<uint8_t>(f[0], "SymbolAddr.kind");
-    symbol.addr = checkedUint<uint32_t>(f[1], "SymbolAddr.addr");
-    symbols[fromStr(key, "sym_info key")] = symbol;
-  });
-  return symbols;
-}
-
-py::object toPython(const LatencyInfo& info) {
-  py::object cls = recordClass("LatencyInfoLoc");
-  py::list out;
-  for (const LatencyInfoLoc& loc : info.locs) {
-    out.append(cls(loc.addr, loc.kind, loc.value0, loc.value1, loc.value2, loc.value3));
+    for (const auto& element : value) out.append(toPython(element));
+    return std::move(out);
+  } else {
+    static_assert(IsMap<T>::value, "no Python form for this type");
+    return sortedDict(value, [](const auto& v) { return toPython(v); });
   }
-  return out;
 }
 
-LatencyInfo latencyInfoFromPython(py::handle value) {
-  LatencyInfo info;
-  forEachItem(value, "latency_info", [&](py::handle item) {
-    std::vector<py::object> f = recordFields(item, 6, "LatencyInfoLoc");
-    LatencyInfoLoc loc;
-    loc.addr = checkedUint<uint32_t>(f[0], "LatencyInfoLoc.addr");
-    loc.kind = checkedUint<uint8_t>(f[1], "LatencyInfoLoc.kind");
-    loc.value0 = checkedUint<uint8_t>(f[2], "LatencyInfoLoc.value0");
-    loc.value1 = checkedUint<uint8_t>(f[3], "LatencyInfoLoc.value1");
-    loc.value2 = checkedUint<uint8_t>(f[4], "LatencyInfoLoc.value2");
-    loc.value3 = checkedUint<uint8_t>(f[5], "LatencyInfoLoc.value3");
-    info.locs.push_back(loc);
-  });
-  return info;
+// A tuple's name in messages: the one tuple is a CFG edge.
+constexpr char kTupleName[] = "CFG edge";
+
+template <typename T>
+T fromPython(py::handle value, const std::string& what);
+
+template <typename T>
+T recordFromPython(py::handle value, const std::string& what) {
+  T record;
+  if constexpr (isWrapper<T>()) {
+    using Field = FirstType<T>;
+    const std::string element =
+        IsVector<Field>::value ? what : what + " " + spelledOut(std::get<0>(Fields<T>::kList).name);
+    record.*(std::get<0>(Fields<T>::kList).member) = fromPython<Field>(value, element);
+  } else {
+    const std::vector<py::object> f = recordFields(value, fieldCount<T>(), Fields<T>::kName);
+    size_t i = 0;
+    visitFields(
+        [&](const char* name, auto& field) {
+          field = fromPython<std::decay_t<decltype(field)>>(
+              f[i++], absl::StrCat(Fields<T>::kName, ".", name));
+        },
+        record);
+  }
+  return record;
 }
+
+template <typename T>
+T fromPython(py::handle value, const std::string& what) {
+  if constexpr (std::is_integral<T>::value) {
+    return checkedUint<T>(value, what.c_str());
+  } else if constexpr (std::is_same<T, std::string>::value) {
+    return fromStr(value, what.c_str());
+  } else if constexpr (IsRecord<T>::value) {
+    return recordFromPython<T>(value, what);
+  } else if constexpr (IsTuple<T>::value) {
+    const std::vector<py::object> f =
+        recordFields(value, std::tuple_size<T>::value, kTupleName);
+    T out;
+    size_t i = 0;
+    std::apply(
+        [&](auto&... e) { ((e = fromPython<std::decay_t<decltype(e)>>(f[i++], what)), ...); },
+        out);
+    return out;
+  } else if constexpr (IsVector<T>::value) {
+    T out;
+    // Strings in a source map's list are named for themselves.
+    const std::string element =
+        std::is_same<typename T::value_type, std::string>::value ? what + " string" : what;
+    forEachItem(value, what.c_str(), [&](py::handle item) {
+      out.push_back(fromPython<typename T::value_type>(item, element));
+    });
+    return out;
+  } else {
+    static_assert(IsMap<T>::value, "no Python form for this type");
+    T out;
+    forEachEntry(value, what.c_str(), [&](py::handle key, py::handle item) {
+      out[fromStr(key, (what + " key").c_str())] =
+          fromPython<typename T::mapped_type>(item, what + " value");
+    });
+    return out;
+  }
+}
+
+}  // namespace
+
+template <typename T>
+py::object debugFieldToPython(const T& value) {
+  return toPython(value);
+}
+
+template <typename T>
+T debugFieldFromPython(py::handle value, const char* python_name) {
+  return fromPython<T>(value, python_name);
+}
+
+#define ZELK_PYTHON_FIELD_TYPE(T)                                 \
+  template py::object debugFieldToPython<T>(const T&);            \
+  template T debugFieldFromPython<T>(py::handle, const char*);
+ZELK_PYTHON_FIELD_TYPE(DebugInfoID)
+ZELK_PYTHON_FIELD_TYPE(SpillInfo)
+ZELK_PYTHON_FIELD_TYPE(SWPInfo)
+ZELK_PYTHON_FIELD_TYPE(ControlFlowGraph)
+ZELK_PYTHON_FIELD_TYPE(SourceMap)
+ZELK_PYTHON_FIELD_TYPE(SymbolMap)
+ZELK_PYTHON_FIELD_TYPE(uint32_t)
+ZELK_PYTHON_FIELD_TYPE(std::string)
+ZELK_PYTHON_FIELD_TYPE(LatencyInfo)
+#undef ZELK_PYTHON_FIELD_TYPE
 
 }  // namespace python
 }  // namespace zelk_elf

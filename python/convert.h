@@ -65,23 +65,13 @@ class ByteBuffer {
 // A copy of `bytes` as a Python bytes object.
 py::bytes toBytes(absl::Span<const uint8_t> bytes);
 
-// The nine debug fields, one pair per value type. The Python forms are the
-// package's named tuples, lists and dicts (see zelk_elf/__init__.py).
-py::object toPython(const DebugInfoID& id);
-py::object toPython(const SpillInfo& info);
-py::object toPython(const SWPInfo& info);
-py::object toPython(const ControlFlowGraph& cfg);
-py::object toPython(const SourceMap& sources);
-py::object toPython(const SymbolMap& symbols);
-py::object toPython(const LatencyInfo& info);
-
-DebugInfoID dbgIdFromPython(py::handle value);
-SpillInfo spillInfoFromPython(py::handle value);
-SWPInfo swpInfoFromPython(py::handle value);
-ControlFlowGraph cfgFromPython(py::handle value);
-SourceMap sourceMapFromPython(py::handle value);
-SymbolMap symbolMapFromPython(py::handle value);
-LatencyInfo latencyInfoFromPython(py::handle value);
+// A debug field's value as Python sees it (the package's named tuples,
+// lists and dicts, see zelk_elf/__init__.py), and back; `python_name` names
+// the property in messages. Defined for the value type of each debug field.
+template <typename T>
+py::object debugFieldToPython(const T& value);
+template <typename T>
+T debugFieldFromPython(py::handle value, const char* python_name);
 
 }  // namespace python
 }  // namespace zelk_elf

@@ -14,6 +14,7 @@
 #include "absl/strings/str_cat.h"
 #include "absl/strings/string_view.h"
 #include "absl/types/optional.h"
+#include "elf/debug_fields.h"
 #include "elf/internal.h"
 #include "python/convert.h"
 #include "zelk_elf/elf.h"
@@ -56,28 +57,30 @@ auto onLive(F f) {
   return OnLive<decltype(&F::operator())>::wrap(std::move(f));
 }
 
-// A debug field as a property: None when absent; assigning None makes it
+// Each debug field as a property: None when absent; assigning None makes it
 // absent. The new value is converted whole before it replaces the old one,
 // so a refused assignment leaves the field as it was.
-template <typename T, typename Get, typename Set>
-void defDebugField(py::class_<ELF>& cls, const char* name,
-                   absl::optional<T> ELF::*field, Get get, Set set,
-                   const char* doc) {
-  cls.def_property(
-      name,
-      onLive([field, get](const ELF& elf) -> py::object {
-        const absl::optional<T>& value = elf.*field;
-        if (!value) return py::none();
-        return get(*value);
-      }),
-      onLive([field, set](ELF& elf, py::handle value) {
-        if (value.is_none()) {
-          (elf.*field).reset();
-        } else {
-          elf.*field = set(value);
-        }
-      }),
-      doc);
+void defDebugFields(py::class_<ELF>& cls) {
+  forEachDebugField([&cls](size_t, const auto& field) {
+    using T = typename std::decay_t<decltype(field)>::Type;
+    const auto member = field.member;
+    const char* name = field.python_name;
+    cls.def_property(
+        name,
+        onLive([member](const ELF& elf) -> py::object {
+          const absl::optional<T>& value = elf.*member;
+          return value ? debugFieldToPython(*value) : py::none();
+        }),
+        onLive([member, name](ELF& elf, py::handle value) {
+          if (value.is_none()) {
+            (elf.*member).reset();
+          } else {
+            elf.*member = debugFieldFromPython<T>(value, name);
+          }
+        }),
+        absl::StrCat("The value of ", field.section, ", or None when the image has none.")
+            .c_str());
+  });
 }
 
 [[noreturn]] void throwKeyError(py::handle key) {
@@ -214,36 +217,7 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       py::arg("lines"),
       "Rewrites .comment: each non-empty line and a NUL. [] changes nothing.");
 
-  // Debug information.
-  defDebugField(cls, "dbg_id", &ELF::dbgID,
-                [](const DebugInfoID& v) { return toPython(v); }, dbgIdFromPython,
-                "DebugInfoID(kind, id0, id1) or None.");
-  defDebugField(cls, "spill_info", &ELF::spillInfo,
-                [](const SpillInfo& v) { return toPython(v); }, spillInfoFromPython,
-                "list[SpillLoc] or None.");
-  defDebugField(cls, "swp_info", &ELF::swpInfo,
-                [](const SWPInfo& v) { return toPython(v); }, swpInfoFromPython,
-                "list of SWP addresses (int) or None.");
-  defDebugField(cls, "cfg_info", &ELF::cfgInfo,
-                [](const ControlFlowGraph& v) { return toPython(v); }, cfgFromPython,
-                "list of edges, (BasicBlockRange, BasicBlockRange) pairs, or None.");
-  defDebugField(cls, "src_info", &ELF::srcInfo,
-                [](const SourceMap& v) { return toPython(v); }, sourceMapFromPython,
-                "dict of source name to list of strings, or None.");
-  defDebugField(cls, "sym_info", &ELF::symInfo,
-                [](const SymbolMap& v) { return toPython(v); }, symbolMapFromPython,
-                "dict of symbol name to SymbolAddr, or None.");
-  defDebugField(cls, "pm_size", &ELF::pmSize,
-                [](uint32_t v) -> py::object { return py::int_(v); },
-                [](py::handle v) { return checkedUint<uint32_t>(v, "pm_size"); },
-                "PM size (32 bits) or None.");
-  defDebugField(cls, "verify_info", &ELF::verifyInfo,
-                [](const std::string& v) -> py::object { return toStr(v); },
-                [](py::handle v) { return fromStr(v, "verify_info"); },
-                "Verify-info text or None.");
-  defDebugField(cls, "latency_info", &ELF::latencyInfo,
-                [](const LatencyInfo& v) { return toPython(v); }, latencyInfoFromPython,
-                "list[LatencyInfoLoc] or None.");
+  defDebugFields(cls);
 
   cls.def(
       "save",

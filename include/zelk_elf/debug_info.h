@@ -101,45 +101,54 @@ constexpr Field<Record, T> field(const char* name, T Record::*member) {
   return {name, member};
 }
 
-// Specialised for each record: static constexpr auto kList, a tuple of Field.
+// Specialised for each record: kName, the record's name, and kList, a tuple
+// of its Fields.
 template <typename Record>
 struct Fields;
 
 template <>
 struct Fields<DebugInfoID> {
+  static constexpr const char* kName = "DebugInfoID";
   static constexpr auto kList =
       std::make_tuple(field("kind", &DebugInfoID::kind), field("id0", &DebugInfoID::id0),
                       field("id1", &DebugInfoID::id1));
 };
 template <>
 struct Fields<SpillLoc> {
+  static constexpr const char* kName = "SpillLoc";
   static constexpr auto kList =
       std::make_tuple(field("addr", &SpillLoc::addr), field("index", &SpillLoc::index),
                       field("kind", &SpillLoc::kind), field("name", &SpillLoc::name));
 };
 template <>
 struct Fields<SpillInfo> {
+  static constexpr const char* kName = "SpillInfo";
   static constexpr auto kList = std::make_tuple(field("locs", &SpillInfo::locs));
 };
 template <>
 struct Fields<SWPLoc> {
+  static constexpr const char* kName = "SWPLoc";
   static constexpr auto kList = std::make_tuple(field("addr", &SWPLoc::addr));
 };
 template <>
 struct Fields<SWPInfo> {
+  static constexpr const char* kName = "SWPInfo";
   static constexpr auto kList = std::make_tuple(field("locs", &SWPInfo::locs));
 };
 template <>
 struct Fields<BasicBlockRange> {
+  static constexpr const char* kName = "BasicBlockRange";
   static constexpr auto kList = std::make_tuple(field("start", &BasicBlockRange::start),
                                                 field("end", &BasicBlockRange::end));
 };
 template <>
 struct Fields<ControlFlowGraph> {
+  static constexpr const char* kName = "ControlFlowGraph";
   static constexpr auto kList = std::make_tuple(field("edges", &ControlFlowGraph::edges));
 };
 template <>
 struct Fields<LatencyInfoLoc> {
+  static constexpr const char* kName = "LatencyInfoLoc";
   static constexpr auto kList = std::make_tuple(
       field("addr", &LatencyInfoLoc::addr), field("kind", &LatencyInfoLoc::kind),
       field("value0", &LatencyInfoLoc::value0), field("value1", &LatencyInfoLoc::value1),
@@ -147,10 +156,12 @@ struct Fields<LatencyInfoLoc> {
 };
 template <>
 struct Fields<LatencyInfo> {
+  static constexpr const char* kName = "LatencyInfo";
   static constexpr auto kList = std::make_tuple(field("locs", &LatencyInfo::locs));
 };
 template <>
 struct Fields<SymbolAddr> {
+  static constexpr const char* kName = "SymbolAddr";
   static constexpr auto kList =
       std::make_tuple(field("kind", &SymbolAddr::kind), field("addr", &SymbolAddr::addr));
 };
