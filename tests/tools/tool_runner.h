@@ -3,6 +3,7 @@
 #define ZELK_ELF_TESTS_TOOLS_TOOL_RUNNER_H_
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,13 +53,22 @@ struct TempDir {
 struct ToolResult {
   int exit_code;  // -1 when the tool did not exit normally
   std::string out, err;
-  uint64_t peak_rss;  // bytes; under an emulator, the emulator's too
+  // Bytes; under an emulator, the emulator's too. It counts what the test
+  // held when it forked: measure with little held.
+  uint64_t peak_rss;
+};
+
+// What the tool's process runs as: another user, a file-size limit (bytes).
+struct ToolProcess {
+  uid_t user = 0;  // 0: the test's own
+  rlim_t file_size_limit = 0;  // 0: none
 };
 
 // Runs zelk-elf in folder `cwd` with the arguments `line` splits into at
 // spaces (no shell), stdin from /dev/null, through the build's emulator
 // when it has one.
-inline ToolResult runTool(const std::string& line, const std::string& cwd) {
+inline ToolResult runTool(const std::string& line, const std::string& cwd,
+                          ToolProcess process = {}) {
 #if defined(__SANITIZE_ADDRESS__)
   // Freed blocks would wait in quarantine, resident: peak_rss is to count
   // the live ones.
@@ -85,6 +95,12 @@ inline ToolResult runTool(const std::string& line, const std::string& cwd) {
         ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT, 0600), 1) < 0 ||
         ::dup2(::open(err.c_str(), O_WRONLY | O_CREAT, 0600), 2) < 0 ||
         ::chdir(cwd.c_str()) != 0) {
+      ::_exit(126);
+    }
+    const rlimit size = {process.file_size_limit, process.file_size_limit};
+    if ((process.file_size_limit != 0 && ::setrlimit(RLIMIT_FSIZE, &size) != 0) ||
+        (process.user != 0 && (::setgroups(0, nullptr) != 0 || ::setgid(process.user) != 0 ||
+                               ::setuid(process.user) != 0))) {
       ::_exit(126);
     }
     ::execv(argv[0], argv.data());

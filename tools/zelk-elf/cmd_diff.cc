@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <tuple>
+#include <utility>
 
 #include "CLI/CLI.hpp"
+#include "absl/container/flat_hash_map.h"
 #include "absl/strings/match.h"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
@@ -142,49 +145,93 @@ Json sectionJson(const ImageView& image, size_t index) {
   return json;
 }
 
-// Sections match by name, the k-th of a name in A with the k-th in B; the
-// path names the k-th as "name"#k.
-std::vector<std::string> sectionPaths(const ImageView& image) {
-  std::map<absl::string_view, size_t> seen;
-  std::vector<std::string> paths;
-  for (const SectionView& s : image.sections) {
-    const size_t k = ++seen[s.name];
-    paths.push_back(absl::StrCat("sections[", quoteText(s.name),
-                                 k > 1 ? absl::StrCat("#", k) : "", "]"));
+// Section names as numbers that are equal exactly when the names are, in
+// both images. Sections that share a name point into one entry of the name
+// table, so each entry is hashed once and a name repeated by thousands of
+// sections costs no more than it once does.
+class NameIds {
+ public:
+  size_t of(absl::string_view name) {
+    auto [entry, fresh] = by_entry_.try_emplace(std::make_pair(name.data(), name.size()), 0);
+    if (fresh) entry->second = by_text_.try_emplace(name, by_text_.size()).first->second;
+    return entry->second;
   }
-  return paths;
+
+ private:
+  absl::flat_hash_map<std::pair<const char*, size_t>, size_t> by_entry_;
+  absl::flat_hash_map<absl::string_view, size_t> by_text_;
+};
+
+// Each section's name number and its place among the sections of that
+// name: sections match by name, the k-th of a name in A with the k-th in B.
+std::vector<std::pair<size_t, size_t>> sectionKeys(const ImageView& image, NameIds& ids) {
+  absl::flat_hash_map<size_t, size_t> seen;
+  std::vector<std::pair<size_t, size_t>> keys;
+  keys.reserve(image.sections.size());
+  for (const SectionView& s : image.sections) {
+    const size_t id = ids.of(s.name);
+    keys.emplace_back(id, seen[id]++);
+  }
+  return keys;
 }
 
-void compareSections(Differ& differ, const ImageView& a, const ImageView& b) {
-  const std::vector<std::string> paths_a = sectionPaths(a);
-  const std::vector<std::string> paths_b = sectionPaths(b);
-  std::map<std::string, size_t> unmatched;
-  for (size_t j = 0; j < paths_b.size(); ++j) unmatched[paths_b[j]] = j;
-  for (size_t i = 0; i < paths_a.size(); ++i) {
-    auto found = unmatched.find(paths_a[i]);
-    if (found == unmatched.end()) {
-      differ.values(paths_a[i], sectionJson(a, i), Json());
+// The path of a section, the k-th of its name as "name"#k; made only for a
+// difference, as a name may be long and shared by many sections.
+std::string sectionPath(const ImageView& image, size_t index, size_t k) {
+  return absl::StrCat("sections[", quoteText(image.sections[index].name),
+                      k > 0 ? absl::StrCat("#", k + 1) : "", "]");
+}
+
+void compareSections(Differ& differ, const ImageView& a, const ImageView& b, NameIds& ids) {
+  const auto keys_a = sectionKeys(a, ids);
+  const auto keys_b = sectionKeys(b, ids);
+  absl::flat_hash_map<std::pair<size_t, size_t>, size_t> in_b;
+  for (size_t j = 0; j < keys_b.size(); ++j) in_b.emplace(keys_b[j], j);
+  std::vector<bool> matched(keys_b.size(), false);
+  for (size_t i = 0; i < keys_a.size(); ++i) {
+    const auto found = in_b.find(keys_a[i]);
+    if (found == in_b.end()) {
+      differ.values(sectionPath(a, i, keys_a[i].second), sectionJson(a, i), Json());
       continue;
     }
     const size_t j = found->second;
-    unmatched.erase(found);
-    differ.values(paths_a[i], sectionJson(a, i), sectionJson(b, j));
-    if (!skipsBytes(a, i) && !skipsBytes(b, j)) {
-      differ.bytes(paths_a[i] + ".bytes", a.sections[i].bytes,
-                   b.sections[j].bytes);
-    }
+    matched[j] = true;
+    const Json before = sectionJson(a, i), after = sectionJson(b, j);
+    const absl::Span<const uint8_t> bytes_a = a.sections[i].bytes, bytes_b = b.sections[j].bytes;
+    const bool compare_bytes = !skipsBytes(a, i) && !skipsBytes(b, j);
+    if (before == after && (!compare_bytes || bytes_a == bytes_b)) continue;
+    const std::string path = sectionPath(a, i, keys_a[i].second);
+    differ.values(path, before, after);
+    if (compare_bytes) differ.bytes(path + ".bytes", bytes_a, bytes_b);
   }
-  for (size_t j = 0; j < paths_b.size(); ++j) {
-    if (unmatched.count(paths_b[j])) {
-      differ.values(paths_b[j], Json(), sectionJson(b, j));
-    }
+  for (size_t j = 0; j < keys_b.size(); ++j) {
+    if (!matched[j]) differ.values(sectionPath(b, j, keys_b[j].second), Json(), sectionJson(b, j));
   }
+}
+
+// Whether segment `i` of A and of B are alike, comparing member sections by
+// name number, so no name is copied while nothing differs.
+bool sameSegment(const ImageView& a, const ImageView& b, size_t i, NameIds& ids) {
+  const SegmentView& x = a.segments[i];
+  const SegmentView& y = b.segments[i];
+  if (std::make_tuple(x.type, x.flags, x.virtual_address, x.physical_address, x.memory_size) !=
+      std::make_tuple(y.type, y.flags, y.virtual_address, y.physical_address, y.memory_size)) {
+    return false;
+  }
+  auto k = y.sections.begin();
+  for (uint16_t index : x.sections) {
+    if (k == y.sections.end() || ids.of(a.sectionName(index)) != ids.of(b.sectionName(*k))) {
+      return false;
+    }
+    ++k;
+  }
+  return k == y.sections.end();
 }
 
 Json segmentJson(const ImageView& image, size_t index) {
   const SegmentView& g = image.segments[index];
   Json names = Json::array();
-  for (uint16_t k : g.sections) names.push_back(jsonText(image.sectionName(k)));
+  for (uint16_t k : g.sections) names.push_back(byteString(image.sectionName(k)));
   return {{"type", g.type},
           {"flags", g.flags},
           {"virtual_address", g.virtual_address},
@@ -240,9 +287,14 @@ int runDiff(const std::string& path_a, const std::string& path_b, bool json) {
   const ImageView view_b = viewOf(b);
   Differ differ(json);
   differ.values("", headerJson(a, view_a), headerJson(b, view_b));
-  compareSections(differ, view_a, view_b);
+  NameIds ids;
+  compareSections(differ, view_a, view_b, ids);
   for (size_t i = 0;
        i < std::max(view_a.segments.size(), view_b.segments.size()); ++i) {
+    if (i < view_a.segments.size() && i < view_b.segments.size() &&
+        sameSegment(view_a, view_b, i, ids)) {
+      continue;
+    }
     differ.values(absl::StrCat("segments[", i, "]"),
                   i < view_a.segments.size() ? segmentJson(view_a, i) : Json(),
                   i < view_b.segments.size() ? segmentJson(view_b, i) : Json());

@@ -101,11 +101,13 @@ std::function<int()> declareEdit(CLI::App& app) {
   struct Args {
     std::string input;
     bool from_new = false;
+    bool force = false;
     std::string output;
   };
   auto args = std::make_shared<Args>();
   CLI::Option* file = app.add_option("FILE", args->input);
   app.add_flag("--new", args->from_new)->excludes(file);
+  app.add_flag("--force", args->force);
   app.add_option("-o", args->output)->required();
   for (const auto& operation : operationOptions()) {
     app.add_option(operation.first)
@@ -130,7 +132,7 @@ std::function<int()> declareEdit(CLI::App& app) {
         }
       }
     }
-    ELF elf = args->from_new ? ELF() : loadImage(args->input);
+    ELF elf = args->from_new ? ELF() : loadImage(args->input, args->force);
     for (const Operation& operation : operations) operation(elf);
     save(elf, args->output);
     return kExitOk;
@@ -185,7 +187,7 @@ std::function<int()> declareSample(CLI::App& app) {
 
 const Command kEditCommand = {
     "edit", "change an image and save it",
-    "usage: zelk-elf edit (FILE | --new) -o OUT [operations...]\n\n"
+    "usage: zelk-elf edit (FILE | --new) -o OUT [--force] [operations...]\n\n"
     "Applies the operations to FILE (or a new image) in command-line order\n"
     "and saves the bytes ELF::save gives to OUT ('-': standard output),\n"
     "through a temporary file; an OUT that is not a regular file is refused.\n"
@@ -198,7 +200,9 @@ const Command kEditCommand = {
     "  --verify-info TEXT        setVerifyInfo\n"
     "  --set-debug FILE          the debug values of a 'debug --json'\n"
     "                            document (null: make absent)\n\n"
-    "DATA is @PATH (that file's bytes) or hex digits; N decimal or 0x hex.\n",
+    "DATA is @PATH (that file's bytes) or hex digits; N decimal or 0x hex.\n"
+    "An image with extended section numbering is refused, as saving it would\n"
+    "drop the sections it counts in section 0; --force saves it anyway.\n",
     declareEdit};
 
 const Command kSampleCommand = {

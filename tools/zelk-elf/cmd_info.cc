@@ -36,7 +36,7 @@ void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
                }
                const SectionView& s = sections[row - 1];
                return {absl::StrFormat("[%2u]", row - 1),
-                       std::string(s.name),
+                       printableText(s.name),
                        sectionTypeName(s.type).short_name,
                        sectionFlagLetters(s.flags),
                        hex(s.address),
@@ -62,9 +62,9 @@ void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
                            "Align",    "Sections"};
                  }
                  const SegmentView& g = segments[row - 1];
-                 std::vector<absl::string_view> names;
+                 std::vector<std::string> names;
                  for (uint16_t index : g.sections) {
-                   names.push_back(image.sectionName(index));
+                   names.push_back(printableText(image.sectionName(index)));
                  }
                  return {absl::StrFormat("[%2u]", row - 1),
                          segmentTypeName(g.type).short_name,
@@ -108,7 +108,7 @@ void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
   for (size_t i = 0; i < image.sections.size(); ++i) {
     const SectionView& s = image.sections[i];
     json.element({{"index", i},
-                  {"name", jsonText(s.name)},
+                  {"name", byteString(s.name)},
                   {"type", s.type},
                   {"type_name", sectionTypeName(s.type).long_name},
                   {"flags", s.flags},
@@ -126,7 +126,7 @@ void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
     Json sections = Json::array();
     for (uint16_t index : g.sections) {
       sections.push_back(
-          {{"index", index}, {"name", jsonText(image.sectionName(index))}});
+          {{"index", index}, {"name", byteString(image.sectionName(index))}});
     }
     json.element({{"index", i},
                   {"type", g.type},
@@ -146,7 +146,7 @@ void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
   if (elf.commentInfo) {
     lines = Json::array();
     for (absl::string_view line : *elf.commentInfo) {
-      lines.push_back(jsonText(line));
+      lines.push_back(byteString(line));
     }
   }
   json.member("comment_lines", lines);
@@ -158,9 +158,9 @@ void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
 }
 
 std::function<int()> declareInfo(CLI::App& app) {
-  auto args = declareFileArgs(app, "--json");
+  auto args = declareFileArgs(app, "--json", true);
   return [args] {
-    ELF elf = loadImage(args->file);
+    ELF elf = loadImage(args->file, args->force);
     ImageView image = viewOf(elf);
     args->flag ? writeJson(elf, image, std::cout)
                : writeText(elf, image, std::cout);
@@ -169,10 +169,10 @@ std::function<int()> declareInfo(CLI::App& app) {
 }
 
 std::function<int()> declareCheck(CLI::App& app) {
-  auto args = declareFileArgs(app, nullptr);
+  auto args = declareFileArgs(app, nullptr, true);
   return [args] {
-    loadImage(args->file);  // throws with the reason
-    std::cout << args->file << ": ok\n";
+    loadImage(args->file, args->force);  // throws with the reason
+    std::cout << printableText(args->file) << ": ok\n";
     return kExitOk;
   };
 }
@@ -181,17 +181,21 @@ std::function<int()> declareCheck(CLI::App& app) {
 
 const Command kInfoCommand = {
     "info", "header, sections and segments",
-    "usage: zelk-elf info FILE [--json]\n\n"
+    "usage: zelk-elf info FILE [--json] [--force]\n\n"
     "The ELF header, section table, segments, .comment lines and .text size\n"
     "of FILE ('-': standard input).\n\n"
-    "  --json   machine-readable output (schema 1, see docs/cli.md)\n",
+    "  --json   machine-readable output (schema 1, see docs/cli.md)\n"
+    "  --force  show an image with extended section numbering as loaded\n"
+    "           (without the sections it counts in section 0)\n",
     declareInfo};
 
 const Command kCheckCommand = {
     "check", "exit 0 if the image loads, else why",
-    "usage: zelk-elf check FILE\n\n"
+    "usage: zelk-elf check FILE [--force]\n\n"
     "Prints \"FILE: ok\" and exits with 0 when the image loads; otherwise\n"
-    "says why in one line on stderr and exits with 1.\n",
+    "says why in one line on stderr and exits with 1. An image with extended\n"
+    "section numbering, whose sections the library does not read, fails\n"
+    "unless --force is given.\n",
     declareCheck};
 
 }  // namespace cli

@@ -4,15 +4,27 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <set>
 
+#include "absl/strings/escaping.h"
 #include "absl/strings/str_cat.h"
 #include "elf/debug_fields.h"
+#include "serialize/containers.h"
 #include "tools/zelk-elf/json.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
 namespace {
+
+// The step to member `key` in a path: ".key", or ["key"] with escapes when
+// the key holds anything but printable ASCII (a path reaches the terminal).
+std::string pathStep(absl::string_view key) {
+  const bool plain = std::all_of(key.begin(), key.end(), [](char c) {
+    return c > 0x20 && c < 0x7f && c != '"' && c != '[' && c != '.';
+  });
+  return plain && !key.empty() ? absl::StrCat(".", key) : absl::StrCat("[", quoteText(key), "]");
+}
 
 // A value of the document and the way to it from the root.
 class Node {
@@ -21,6 +33,7 @@ class Node {
       : value_(value), parent_(parent), step_(std::move(step)) {}
 
   bool isNull() const { return value_.is_null(); }
+  bool isArray() const { return value_.is_array(); }
   std::string path() const {
     return parent_ == nullptr ? step_ : parent_->path() + step_;
   }
@@ -50,7 +63,17 @@ class Node {
   T get(const char* key) const {
     return static_cast<T>((*this)[key].number(std::numeric_limits<T>::max()));
   }
+  // A byte string: a JSON string, or {"hex": "..."} for bytes that are not
+  // UTF-8 (as byteString writes them).
   std::string text() const {
+    if (value_.is_object() && value_.size() == 1 && value_.contains("hex")) {
+      const std::string digits = (*this)["hex"].text();
+      if (digits.size() % 2 != 0 ||
+          digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        (*this)["hex"].fail("expected an even number of hex digits");
+      }
+      return absl::HexStringToBytes(digits);
+    }
     expect(value_.is_string(), "a string");
     return value_.get<std::string>();
   }
@@ -68,9 +91,8 @@ class Node {
         fail(absl::StrCat("missing member \"", key, "\""));
     }
   }
-  Node operator[](const char* key) const {
-    return Node(value_.at(key), this, absl::StrCat(".", key));
-  }
+  Node operator[](const char* key) const { return Node(value_.at(key), this, pathStep(key)); }
+  size_t size() const { return value_.size(); }
 
   // The records `read` makes of the elements of an array.
   template <typename Read>
@@ -143,16 +165,26 @@ SymbolAddr readSymbol(const Node& n) {
   return {n.get<uint8_t>("kind"), n.get<uint32_t>("address")};
 }
 
-// A map given as an array of entries; a key given twice is refused.
+// A map given as an array of entries; a key given twice is refused, and so
+// are keys built to crowd one bucket of the map (as the library refuses
+// them in a payload).
 template <typename Map, typename Read>
 auto readMap(const char* key, Read read) {
   return [=](const Node& n) {
     Map map;
+    n.expect(n.isArray(), "an array");
+    tolva_lib::serialize::BucketGuard<Map> guard(map, n.size());
     n.list([&](const Node& entry) {
       auto value = read(entry);
       const std::string name = entry[key].text();
-      if (!map.emplace(name, std::move(value)).second) {
-        entry[key].fail("duplicate key " + quoteText(name));
+      switch (guard.tryEmplace(name, std::move(value))) {
+        case tolva_lib::serialize::BucketGuard<Map>::Outcome::kDuplicate:
+          entry[key].fail("duplicate key " + quoteText(name));
+        case tolva_lib::serialize::BucketGuard<Map>::Outcome::kCrowded:
+          entry[key].fail(absl::StrCat("more than ", tolva_lib::serialize::kMaxKeysPerBucket,
+                                       " keys in one hash bucket (keys built to collide)"));
+        case tolva_lib::serialize::BucketGuard<Map>::Outcome::kInserted:
+          break;
       }
       return true;
     });
@@ -220,14 +252,32 @@ Json parse(const std::string& root, absl::string_view text) {
     bool array;
     size_t index;
     std::string key;
+    std::set<std::string> keys;  // of an object, so far
   };
   std::vector<Level> levels;
-  const auto track = [&levels](int, Json::parse_event_t event, Json& parsed) {
+  // The path to the value being parsed; `depth` levels of it.
+  const auto path = [&](size_t depth) {
+    std::string out = root;
+    for (size_t i = 0; i < depth; ++i) {
+      const Level& level = levels[i];
+      absl::StrAppend(&out, level.array ? absl::StrCat("[", level.index, "]")
+                            : level.key.empty() ? ""
+                                                : pathStep(level.key));
+    }
+    return out;
+  };
+  const auto track = [&](int, Json::parse_event_t event, Json& parsed) {
     using Event = Json::parse_event_t;
     if (event == Event::object_start || event == Event::array_start) {
-      levels.push_back({event == Event::array_start, 0, ""});
+      levels.push_back({event == Event::array_start, 0, "", {}});
     } else if (event == Event::key) {
-      levels.back().key = parsed.get<std::string>();
+      Level& object = levels.back();
+      object.key = parsed.get<std::string>();
+      // Last-wins would silently drop a value the user wrote.
+      if (!object.keys.insert(object.key).second) {
+        throw documentError(absl::StrCat(path(levels.size() - 1), ": duplicate member ",
+                                         quoteText(object.key)));
+      }
     } else {
       if (event != Event::value) levels.pop_back();
       if (!levels.empty() && levels.back().array) ++levels.back().index;
@@ -236,18 +286,13 @@ Json parse(const std::string& root, absl::string_view text) {
   };
   try {
     return Json::parse(text.begin(), text.end(), track);
-  } catch (const Json::parse_error& error) {
-    std::string path = root;
-    for (const Level& level : levels) {
-      absl::StrAppend(&path, level.array ? absl::StrCat("[", level.index, "]")
-                             : level.key.empty() ? ""
-                                                 : "." + level.key);
-    }
+  } catch (const Json::exception& error) {
+    // Syntax errors, and numbers no double holds ("1e400", 400 digits).
     // Keep "parse error at line L, column C: ..." of the library's text.
     std::string what = error.what();
     what.erase(0, what.find("] ") + 2);
     what.erase(std::min(what.size(), what.find("; last read")));
-    throw documentError(absl::StrCat(path, ": ", what));
+    throw documentError(absl::StrCat(path(levels.size()), ": ", what));
   }
 }
 

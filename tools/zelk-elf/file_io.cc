@@ -11,7 +11,10 @@
 #include "absl/cleanup/cleanup.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
+#include "absl/strings/str_join.h"
 #include "elf/internal.h"
+#include "engine/records.h"
+#include "serialize/byte_view.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
@@ -39,6 +42,35 @@ void fill(int fd, const std::string& path, std::vector<uint8_t>& buffer) {
     done += static_cast<size_t>(n);
   }
   buffer.resize(done);
+}
+
+// The gABI's escape for tables too big for the header's 16-bit fields: with
+// e_shnum 0 the section count is section 0's sh_size, with e_shstrndx
+// SHN_XINDEX the name table's index its sh_link, with e_phnum PN_XNUM the
+// program header count its sh_info. Says which an image of `bytes` uses
+// (that loaded), or nothing.
+std::string extendedNumbering(absl::Span<const uint8_t> bytes) {
+  using engine::ByteView;
+  const engine::RecordFormat& f = engine::recordFormat(bytes[4], bytes[5]);
+  engine::FileHeader h;
+  f.decodeFileHeader(ByteView(bytes.data(), f.file_header_size), &h);
+  engine::SectionHeader first;
+  const absl::optional<ByteView> entry =
+      ByteView(bytes.data(), bytes.size()).slice(h.shoff, f.section_header_size);
+  if (h.shoff == 0 || !entry) return "";
+  f.decodeSectionHeader(*entry, &first);
+  std::vector<std::string> uses;
+  if (h.shnum == 0 && first.size != 0) {
+    uses.push_back(absl::StrCat(first.size, " sections counted in section 0"));
+  }
+  if (h.shstrndx == 0xffff) {
+    uses.push_back(absl::StrCat("the name table's index, ", first.link, ", in section 0"));
+  }
+  if (h.phnum == 0xffff) {
+    uses.push_back(absl::StrCat(first.info, " program headers counted in section 0"));
+  }
+  if (uses.empty()) return "";
+  return absl::StrCat("uses extended section numbering (", absl::StrJoin(uses, "; "), ")");
 }
 
 }  // namespace
@@ -79,10 +111,17 @@ std::vector<uint8_t> readInput(const std::string& path) {
   return bytes;
 }
 
-ELF loadImage(const std::string& path) {
-  absl::StatusOr<ELF> elf = loadWithReason(readInput(path));
+ELF loadImage(const std::string& path, bool keep_going) {
+  const std::vector<uint8_t> bytes = readInput(path);
+  absl::StatusOr<ELF> elf = loadWithReason(bytes);
   if (!elf.ok()) {
     throw imageError(absl::StrCat("'", path, "': ", elf.status().message()));
+  }
+  if (!keep_going) {
+    if (const std::string what = extendedNumbering(bytes); !what.empty()) {
+      throw imageError(absl::StrCat("'", path, "': ", what,
+                                    ", which this tool would lose; --force to go on"));
+    }
   }
   return *std::move(elf);
 }
@@ -109,16 +148,27 @@ void writeOutput(const std::string& path, absl::Span<const uint8_t> bytes) {
   const int fd = ::mkstemp(&temp[0]);
   if (fd < 0) throw failure("write", path);
   absl::Cleanup remove = [&temp] { ::unlink(temp.c_str()); };
-  // The mode of the file replaced, or of a plain create.
+  // The owner, group and mode of the file replaced, as cp -p keeps them, or
+  // the mode of a plain create. Owner first: changing it clears the set-id
+  // bits. Where the owner cannot be kept (only root may give a file away),
+  // the set-id bits go: they would lend the writer's identity to whoever
+  // runs the program.
   const mode_t mask = ::umask(0);
   ::umask(mask);
-  bool ok = ::fchmod(fd, exists ? info.st_mode & 07777 : 0666 & ~mask) == 0;
+  mode_t mode = 0666 & ~mask;
+  if (exists) {
+    mode = info.st_mode & 07777;
+    if (::fchown(fd, info.st_uid, info.st_gid) != 0) mode &= ~mode_t{S_ISUID | S_ISGID};
+  }
+  bool ok = ::fchmod(fd, mode) == 0;
   for (size_t done = 0; ok && done < bytes.size();) {
     const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
     ok = n >= 0 || errno == EINTR;
     done += n > 0 ? static_cast<size_t>(n) : 0;
   }
-  // close() reports deferred write errors.
+  // On disk before it takes OUT's name, so a crash leaves the old OUT or the
+  // new one, never an empty one. close() reports deferred write errors.
+  ok = ok && ::fsync(fd) == 0;
   ok = ::close(fd) == 0 && ok;
   if (!ok || ::rename(temp.c_str(), target.c_str()) != 0) {
     throw failure("write", path);

@@ -156,6 +156,70 @@ std::string quoteText(absl::string_view text) {
   return out + "\"";
 }
 
+size_t utf8CharLength(absl::string_view text, size_t i, uint32_t* code) {
+  const auto byte = static_cast<uint8_t>(text[i]);
+  if (byte < 0x80) {
+    *code = byte;
+    return 1;
+  }
+  const size_t length = byte >= 0xc2 && byte <= 0xdf   ? 2
+                        : byte >= 0xe0 && byte <= 0xef ? 3
+                        : byte >= 0xf0 && byte <= 0xf4 ? 4
+                                                       : 0;
+  if (length == 0 || i + length > text.size()) return 0;
+  uint32_t value = byte & (0x7f >> length);
+  for (size_t k = 1; k < length; ++k) {
+    const auto next = static_cast<uint8_t>(text[i + k]);
+    if ((next & 0xc0) != 0x80) return 0;
+    value = value << 6 | (next & 0x3f);
+  }
+  // No overlong forms, no surrogates, nothing past U+10FFFF.
+  static constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (value < kLeast[length] || value > 0x10ffff || (value >= 0xd800 && value <= 0xdfff)) {
+    return 0;
+  }
+  *code = value;
+  return length;
+}
+
+bool isUtf8(absl::string_view text) {
+  uint32_t code;
+  for (size_t i = 0, n; i < text.size(); i += n) {
+    if ((n = utf8CharLength(text, i, &code)) == 0) return false;
+  }
+  return true;
+}
+
+std::string printableText(absl::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size();) {
+    const auto byte = static_cast<uint8_t>(text[i]);
+    const char* escape = byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : byte == '\r' ? "\\r" : nullptr;
+    if (escape != nullptr) {
+      out += escape;
+      ++i;
+      continue;
+    }
+    if (byte >= 0x20 && byte < 0x7f) {
+      out.push_back(static_cast<char>(byte));
+      ++i;
+      continue;
+    }
+    // A whole UTF-8 character from U+00A0 on (U+0080 to U+009F are controls).
+    uint32_t code = 0;
+    const size_t length = utf8CharLength(text, i, &code);
+    if (length > 1 && code >= 0xa0) {
+      out.append(text.data() + i, length);
+      i += length;
+    } else {
+      absl::StrAppendFormat(&out, "\\x%02x", byte);
+      ++i;
+    }
+  }
+  return out;
+}
+
 std::string hexValue(uint64_t value, int digits) {
   return absl::StrFormat("0x%0*x", digits, value);
 }
@@ -171,7 +235,7 @@ void printTable(std::ostream& out, absl::string_view indent,
   for (size_t r = 0; r < rows; ++r) {
     std::vector<std::string> cells = row(r);
     for (size_t i = 0; i < cells.size(); ++i) {
-      widths[i] = std::max(widths[i], cells[i].size());
+      widths[i] = std::max(widths[i], std::min(cells[i].size(), kMaxColumnWidth));
     }
   }
   std::string line;
@@ -179,7 +243,7 @@ void printTable(std::ostream& out, absl::string_view indent,
     std::vector<std::string> cells = row(r);
     line.assign(indent.data(), indent.size());
     for (size_t i = 0; i < cells.size(); ++i) {
-      std::string padding(widths[i] - cells[i].size(), ' ');
+      std::string padding(widths[i] - std::min(widths[i], cells[i].size()), ' ');
       absl::StrAppend(&line, i > 0 ? " " : "", right_aligned[i] ? padding : "",
                       cells[i], right_aligned[i] ? "" : padding);
     }

@@ -2,27 +2,14 @@
 
 #include <algorithm>
 
+#include "tools/zelk-elf/tool.h"
+
 namespace zelk_elf {
 namespace cli {
-std::string jsonText(absl::string_view bytes) {
-  std::string text(bytes);
-  if (std::all_of(bytes.begin(), bytes.end(),
-                  [](char c) { return static_cast<uint8_t>(c) < 0x80; })) {
-    return text;
-  }
-  try {
-    Json(text).dump();  // throws on bytes that are not UTF-8
-    return text;
-  } catch (const Json::type_error&) {
-    text.clear();
-    for (char c : bytes) {
-      const auto byte = static_cast<uint8_t>(c);
-      if (byte >= 0x80) text.push_back(static_cast<char>(0xc0 | byte >> 6));
-      text.push_back(
-          static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3f)));
-    }
-    return text;
-  }
+Json byteString(absl::string_view bytes) {
+  if (isUtf8(bytes)) return std::string(bytes);
+  return Json{{"hex", toHex(absl::MakeConstSpan(
+                          reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()))}};
 }
 
 Json toJson(const DebugInfoID& id) {
@@ -33,7 +20,7 @@ Json toJson(const SpillLoc& loc) {
   return {{"address", loc.addr},
           {"index", loc.index},
           {"kind", loc.kind},
-          {"name", jsonText(loc.name)}};
+          {"name", byteString(loc.name)}};
 }
 
 Json toJson(const SWPLoc& loc) { return {{"address", loc.addr}}; }
@@ -56,18 +43,18 @@ Json toJson(const LatencyInfoLoc& loc) {
 Json toJson(const SourceMap::value_type& entry) {
   Json strings = Json::array();
   for (const std::string& text : entry.second)
-    strings.push_back(jsonText(text));
-  return {{"source", jsonText(entry.first)}, {"strings", std::move(strings)}};
+    strings.push_back(byteString(text));
+  return {{"source", byteString(entry.first)}, {"strings", std::move(strings)}};
 }
 
 Json toJson(const SymbolMap::value_type& entry) {
-  return {{"symbol", jsonText(entry.first)},
+  return {{"symbol", byteString(entry.first)},
           {"kind", entry.second.kind},
           {"address", entry.second.addr}};
 }
 
 void JsonStream::startMember(absl::string_view key) {
-  out_ << (first_ ? "\n  " : ",\n  ") << Json(jsonText(key)).dump() << ": ";
+  out_ << (first_ ? "\n  " : ",\n  ") << Json(std::string(key)).dump() << ": ";
   first_ = false;
 }
 
@@ -87,7 +74,8 @@ void JsonStream::element(const Json& value) {
 }
 
 void JsonStream::put(const Json& value, int depth) {
-  // Strings went through jsonText; replacing only keeps dump() from throwing.
+  // Byte strings went through byteString; replacing only keeps dump() from
+  // throwing.
   const std::string text =
       value.dump(2, ' ', false, Json::error_handler_t::replace);
   const std::string indent = "\n" + std::string(2 * depth, ' ');

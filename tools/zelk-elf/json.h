@@ -18,10 +18,10 @@ namespace cli {
 // Members keep the order they are given in.
 using Json = nlohmann::ordered_json;
 
-// `bytes` as a JSON string: valid UTF-8 as it is; otherwise every byte
-// above 0x7f becomes the character of the same value (U+0080 to U+00FF),
-// so the bytes can be told from the text.
-std::string jsonText(absl::string_view bytes);
+// A byte string (a name, a line) as JSON: valid UTF-8 as a JSON string, any
+// other bytes as {"hex": "ff00"}, so every byte string survives the round
+// trip through a document.
+Json byteString(absl::string_view bytes);
 
 // The list a debug field holds, or null when the field is absent.
 template <typename T, typename List>
@@ -36,7 +36,7 @@ const T* pointer(const absl::optional<T>& field) {
 }
 
 // One record each, with the member names of `debug --json`.
-inline Json toJson(absl::string_view text) { return jsonText(text); }
+inline Json toJson(absl::string_view text) { return byteString(text); }
 Json toJson(const DebugInfoID& id);
 Json toJson(const SpillLoc& loc);
 Json toJson(const SWPLoc& loc);

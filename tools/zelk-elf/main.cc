@@ -1,22 +1,23 @@
 // zelk-elf: inspect, compare and edit zelk ELF images, including the
 // compiler's debug information in the ".zelk.dbg." sections.
+#include <csignal>
 #include <cstdio>
 #include <new>
 
 #include "CLI/CLI.hpp"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
-#include "absl/strings/str_replace.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
 
-std::shared_ptr<const FileArgs> declareFileArgs(CLI::App& app,
-                                                const char* flag) {
+std::shared_ptr<const FileArgs> declareFileArgs(CLI::App& app, const char* flag,
+                                                bool force) {
   auto args = std::make_shared<FileArgs>();
   app.add_option("FILE", args->file)->required();
   if (flag != nullptr) app.add_flag(flag, args->flag);
+  if (force) app.add_flag("--force", args->force);
   return args;
 }
 
@@ -47,10 +48,10 @@ std::string generalHelp() {
   return text;
 }
 
-// Errors take one line even when they quote arguments holding newlines.
+// Errors take one line, and reach the terminal without its control bytes,
+// even when they quote arguments, file names or document keys.
 int fail(int code, const std::string& message) {
-  std::string line =
-      absl::StrReplaceAll(message, {{"\n", "\\n"}, {"\r", "\\r"}});
+  const std::string line = printableText(message);
   std::cout.flush();
   std::fputs(absl::StrCat("zelk-elf: ", line, "\n").c_str(), stderr);
   return code;
@@ -105,5 +106,8 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // Output goes out as it is made, through one buffered stream.
   std::ios::sync_with_stdio(false);
+  // Past the file-size limit (ulimit -f) a write fails with EFBIG instead of
+  // killing the tool, so its temporary file is removed and the error said.
+  std::signal(SIGXFSZ, SIG_IGN);
   return zelk_elf::cli::run(argc, argv);
 }

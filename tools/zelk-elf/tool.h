@@ -62,15 +62,19 @@ extern const Command kInfoCommand, kDebugCommand, kCfgCommand, kCheckCommand,
 struct FileArgs {
   std::string file;  // "-" for standard input
   bool flag = false;
+  bool force = false;  // --force, where declared
 };
-std::shared_ptr<const FileArgs> declareFileArgs(CLI::App& app,
-                                                const char* flag);
+std::shared_ptr<const FileArgs> declareFileArgs(CLI::App& app, const char* flag,
+                                                bool force = false);
 
 // The whole file, or standard input for "-": a regular file by its size,
 // anything else up to its end, at most 1 GiB.
 std::vector<uint8_t> readInput(const std::string& path);
 // Reads and loads an image; throws "'PATH': reason" with the loader's reason.
-ELF loadImage(const std::string& path);
+// Unless `keep_going`, an image that counts its sections or program headers
+// in section 0 (the gABI's extended numbering, which the library does not
+// follow) is refused too: showing or saving it would lose its sections.
+ELF loadImage(const std::string& path, bool keep_going = true);
 // To standard output for "-"; otherwise a temporary file is renamed over
 // the target, which must be a regular file if it exists.
 void writeOutput(const std::string& path, absl::Span<const uint8_t> bytes);
@@ -92,12 +96,24 @@ std::vector<Operation> readDebugDocument(const std::string& name,
 
 // In double quotes, C-style: \" \\ \n \t \r, other unprintables \xNN.
 std::string quoteText(absl::string_view text);
+// `text` safe to print on a terminal, unquoted: printable ASCII and valid
+// UTF-8 characters as they are, \n \t \r, and every other byte (controls
+// such as ESC and BEL, C1 controls, bytes that are not UTF-8) as \xNN.
+std::string printableText(absl::string_view text);
+// Whether `text` is well-formed UTF-8 (no overlong forms or surrogates).
+bool isUtf8(absl::string_view text);
+// The length of the well-formed UTF-8 character at text[i], with its code
+// point in *code; 0 when the bytes there are not one.
+size_t utf8CharLength(absl::string_view text, size_t i, uint32_t* code);
 // "0x" and `digits` lowercase hex digits (more when the value needs them).
 std::string hexValue(uint64_t value, int digits);
 // "0x00000010..0x00000020": a block range as the producer wrote its bounds.
 std::string rangeLabel(const BasicBlockRange& range);
-// Prints rows in columns padded to their widest cell. `row(i)` is called to
+// Prints rows in columns padded to their widest cell, but never wider than
+// kMaxColumnWidth: a longer cell runs on and pushes the rest of its row
+// right, so one long name cannot pad every row. `row(i)` is called to
 // measure and again to print, so the table is never held whole.
+constexpr size_t kMaxColumnWidth = 32;
 void printTable(std::ostream& out, absl::string_view indent,
                 const std::vector<bool>& right_aligned, size_t rows,
                 const std::function<std::vector<std::string>(size_t)>& row);
