@@ -118,82 +118,68 @@ class PeakMemory {
   uint64_t before_ = 0, largest_ = 0;
 };
 
+// Runs `once()` per iteration, which returns false when it failed (and set
+// the error), with the peak memory of each and the bytes processed.
+template <typename Once>
+void measure(benchmark::State& state, size_t image_size, Once once) {
+  PeakMemory peak(image_size);
+  for (auto _ : state) {
+    peak.start();
+    if (!once()) return;
+    peak.stop();
+  }
+  peak.report(state);
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(image_size));
+}
+
+// Saves `elf`; false, with the error set, when it fails.
+bool saves(benchmark::State& state, ELF& elf) {
+  auto saved = elf.save();
+  if (!saved) state.SkipWithError("save failed");
+  if (saved) benchmark::DoNotOptimize(saved->data());
+  return saved.has_value();
+}
+
 void roundTrip(benchmark::State& state, const std::vector<uint8_t>& bytes) {
-  if (bytes.empty()) {
-    state.SkipWithError("image not available");
-    return;
-  }
-  PeakMemory peak(bytes.size());
-  for (auto _ : state) {
-    peak.start();
+  if (bytes.empty()) return state.SkipWithError("image not available");
+  measure(state, bytes.size(), [&] {
     absl::optional<ELF> elf = ELF::load(bytes);
-    if (!elf) {
-      state.SkipWithError("load failed");
-      return;
-    }
-    auto saved = elf->save();
-    if (!saved) {
-      state.SkipWithError("save failed");
-      return;
-    }
-    benchmark::DoNotOptimize(saved->data());
-    peak.stop();
-  }
-  peak.report(state);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+    if (!elf) state.SkipWithError("load failed");
+    return elf && saves(state, *elf);
+  });
 }
 
-// The floor of a round trip: the input copied into fresh memory, and that
-// copy written out into fresh memory again.
+// `copies` copies of the image into fresh memory, one from the other: the
+// floor of a save (one) and of a round trip (two: a load must copy its
+// input, a save must write its output).
+void freshCopies(benchmark::State& state, const std::vector<uint8_t>& bytes, int copies) {
+  measure(state, bytes.size(), [&] {
+    std::unique_ptr<uint8_t[]> from, to;
+    const uint8_t* source = bytes.data();
+    for (int i = 0; i < copies; ++i) {
+      to.reset(new uint8_t[bytes.size()]);
+      std::memcpy(to.get(), source, bytes.size());
+      from = std::move(to);
+      source = from.get();
+    }
+    benchmark::DoNotOptimize(from.get());
+    return true;
+  });
+}
+
 void twoCopies(benchmark::State& state, const std::vector<uint8_t>& bytes) {
-  PeakMemory peak(bytes.size());
-  for (auto _ : state) {
-    peak.start();
-    std::unique_ptr<uint8_t[]> in(new uint8_t[bytes.size()]);
-    std::memcpy(in.get(), bytes.data(), bytes.size());
-    std::unique_ptr<uint8_t[]> out(new uint8_t[bytes.size()]);
-    std::memcpy(out.get(), in.get(), bytes.size());
-    benchmark::DoNotOptimize(out.get());
-    peak.stop();
-  }
-  peak.report(state);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
-}
-
-// A save of an object loaded once, beside the floor of a save: the one copy
-// of the held bytes into a fresh buffer of the image's size.
-void saveOnly(benchmark::State& state, const std::vector<uint8_t>& bytes) {
-  absl::optional<ELF> elf = ELF::load(bytes);
-  if (!elf) {
-    state.SkipWithError("load failed");
-    return;
-  }
-  PeakMemory peak(bytes.size());
-  for (auto _ : state) {
-    peak.start();
-    auto saved = elf->save();
-    if (!saved) {
-      state.SkipWithError("save failed");
-      return;
-    }
-    benchmark::DoNotOptimize(saved->data());
-    peak.stop();
-  }
-  peak.report(state);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+  freshCopies(state, bytes, 2);
 }
 
 void oneCopy(benchmark::State& state, const std::vector<uint8_t>& bytes) {
-  PeakMemory peak(bytes.size());
-  for (auto _ : state) {
-    peak.start();
-    std::unique_ptr<uint8_t[]> out(new uint8_t[bytes.size()]);
-    std::memcpy(out.get(), bytes.data(), bytes.size());
-    benchmark::DoNotOptimize(out.get());
-    peak.stop();
-  }
-  peak.report(state);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+  freshCopies(state, bytes, 1);
+}
+
+// A save of an object loaded once.
+void saveOnly(benchmark::State& state, const std::vector<uint8_t>& bytes) {
+  absl::optional<ELF> elf = ELF::load(bytes);
+  if (!elf) return state.SkipWithError("load failed");
+  measure(state, bytes.size(), [&] { return saves(state, *elf); });
 }
 
 void memcpyOnce(benchmark::State& state, const std::vector<uint8_t>& bytes) {
