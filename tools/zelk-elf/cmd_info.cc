@@ -36,7 +36,7 @@ void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
                }
                const SectionView& s = sections[row - 1];
                return {absl::StrFormat("[%2u]", row - 1),
-                       printableText(s.name),
+                       escapeText(s.name),
                        sectionTypeName(s.type).short_name,
                        sectionFlagLetters(s.flags),
                        hex(s.address),
@@ -64,7 +64,7 @@ void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
                  const SegmentView& g = segments[row - 1];
                  std::vector<std::string> names;
                  for (uint16_t index : g.sections) {
-                   names.push_back(printableText(image.sectionName(index)));
+                   names.push_back(escapeText(image.sectionName(index)));
                  }
                  return {absl::StrFormat("[%2u]", row - 1),
                          segmentTypeName(g.type).short_name,
@@ -172,7 +172,7 @@ std::function<int()> declareCheck(CLI::App& app) {
   auto args = declareFileArgs(app, nullptr, true);
   return [args] {
     loadImage(args->file, args->force);  // throws with the reason
-    std::cout << printableText(args->file) << ": ok\n";
+    std::cout << escapeText(args->file, "") << ": ok\n";
     return kExitOk;
   };
 }

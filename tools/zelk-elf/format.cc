@@ -135,89 +135,54 @@ std::string toHex(absl::Span<const uint8_t> bytes) {
   return out;
 }
 
-std::string quoteText(absl::string_view text) {
-  std::string out = "\"";
+std::string escapeText(absl::string_view text, absl::string_view also) {
+  std::string out;
+  out.reserve(text.size());
   for (char c : text) {
-    const char* escape = c == '"'    ? "\\\""
-                         : c == '\\' ? "\\\\"
-                         : c == '\n' ? "\\n"
-                         : c == '\t' ? "\\t"
-                         : c == '\r' ? "\\r"
-                                     : nullptr;
     const auto byte = static_cast<uint8_t>(c);
-    if (escape != nullptr) {
-      out += escape;
+    if (c == '\n' || c == '\t' || c == '\r') {
+      out += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
     } else if (byte < 0x20 || byte >= 0x7f) {
       absl::StrAppendFormat(&out, "\\x%02x", byte);
     } else {
+      if (also.find(c) != absl::string_view::npos) out.push_back('\\');
       out.push_back(c);
     }
   }
-  return out + "\"";
+  return out;
 }
 
-size_t utf8CharLength(absl::string_view text, size_t i, uint32_t* code) {
-  const auto byte = static_cast<uint8_t>(text[i]);
-  if (byte < 0x80) {
-    *code = byte;
-    return 1;
-  }
-  const size_t length = byte >= 0xc2 && byte <= 0xdf   ? 2
-                        : byte >= 0xe0 && byte <= 0xef ? 3
-                        : byte >= 0xf0 && byte <= 0xf4 ? 4
-                                                       : 0;
-  if (length == 0 || i + length > text.size()) return 0;
-  uint32_t value = byte & (0x7f >> length);
-  for (size_t k = 1; k < length; ++k) {
-    const auto next = static_cast<uint8_t>(text[i + k]);
-    if ((next & 0xc0) != 0x80) return 0;
-    value = value << 6 | (next & 0x3f);
-  }
-  // No overlong forms, no surrogates, nothing past U+10FFFF.
-  static constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-  if (value < kLeast[length] || value > 0x10ffff || (value >= 0xd800 && value <= 0xdfff)) {
-    return 0;
-  }
-  *code = value;
-  return length;
+std::string quoteText(absl::string_view text) {
+  return absl::StrCat("\"", escapeText(text, "\"\\"), "\"");
 }
 
 bool isUtf8(absl::string_view text) {
-  uint32_t code;
-  for (size_t i = 0, n; i < text.size(); i += n) {
-    if ((n = utf8CharLength(text, i, &code)) == 0) return false;
-  }
-  return true;
-}
-
-std::string printableText(absl::string_view text) {
-  std::string out;
-  out.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
     const auto byte = static_cast<uint8_t>(text[i]);
-    const char* escape = byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : byte == '\r' ? "\\r" : nullptr;
-    if (escape != nullptr) {
-      out += escape;
+    if (byte < 0x80) {
       ++i;
       continue;
     }
-    if (byte >= 0x20 && byte < 0x7f) {
-      out.push_back(static_cast<char>(byte));
-      ++i;
-      continue;
+    const size_t length = byte >= 0xc2 && byte <= 0xdf   ? 2
+                          : byte >= 0xe0 && byte <= 0xef ? 3
+                          : byte >= 0xf0 && byte <= 0xf4 ? 4
+                                                         : 0;
+    if (length == 0 || length > text.size() - i) return false;
+    uint32_t code = byte & (0x7f >> length);
+    for (size_t k = 1; k < length; ++k) {
+      const auto next = static_cast<uint8_t>(text[i + k]);
+      if ((next & 0xc0) != 0x80) return false;
+      code = code << 6 | (next & 0x3f);
     }
-    // A whole UTF-8 character from U+00A0 on (U+0080 to U+009F are controls).
-    uint32_t code = 0;
-    const size_t length = utf8CharLength(text, i, &code);
-    if (length > 1 && code >= 0xa0) {
-      out.append(text.data() + i, length);
-      i += length;
-    } else {
-      absl::StrAppendFormat(&out, "\\x%02x", byte);
-      ++i;
+    // No overlong forms, surrogates or code points past U+10FFFF: the JSON
+    // parser refuses them, so they must go out as hex.
+    static constexpr uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (code < kLeast[length] || code > 0x10ffff || (code >= 0xd800 && code <= 0xdfff)) {
+      return false;
     }
+    i += length;
   }
-  return out;
+  return true;
 }
 
 std::string hexValue(uint64_t value, int digits) {

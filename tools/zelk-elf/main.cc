@@ -51,7 +51,7 @@ std::string generalHelp() {
 // Errors take one line, and reach the terminal without its control bytes,
 // even when they quote arguments, file names or document keys.
 int fail(int code, const std::string& message) {
-  const std::string line = printableText(message);
+  const std::string line = escapeText(message, "");
   std::cout.flush();
   std::fputs(absl::StrCat("zelk-elf: ", line, "\n").c_str(), stderr);
   return code;

@@ -94,17 +94,15 @@ using Operation = std::function<void(ELF&)>;
 std::vector<Operation> readDebugDocument(const std::string& name,
                                          absl::string_view text);
 
-// In double quotes, C-style: \" \\ \n \t \r, other unprintables \xNN.
+// C escapes for text output: \n \t \r, \xNN for every other byte outside
+// printable ASCII (controls a terminal would act on, and all of UTF-8), and
+// a backslash before each character of `also`. Error lines, which may hold
+// escaped text already, pass an empty `also`.
+std::string escapeText(absl::string_view text, absl::string_view also = "\\");
+// escapeText in double quotes, with \" and \\.
 std::string quoteText(absl::string_view text);
-// `text` safe to print on a terminal, unquoted: printable ASCII and valid
-// UTF-8 characters as they are, \n \t \r, and every other byte (controls
-// such as ESC and BEL, C1 controls, bytes that are not UTF-8) as \xNN.
-std::string printableText(absl::string_view text);
 // Whether `text` is well-formed UTF-8 (no overlong forms or surrogates).
 bool isUtf8(absl::string_view text);
-// The length of the well-formed UTF-8 character at text[i], with its code
-// point in *code; 0 when the bytes there are not one.
-size_t utf8CharLength(absl::string_view text, size_t i, uint32_t* code);
 // "0x" and `digits` lowercase hex digits (more when the value needs them).
 std::string hexValue(uint64_t value, int digits);
 // "0x00000010..0x00000020": a block range as the producer wrote its bounds.
