@@ -110,19 +110,37 @@ TEST_F(CliTest, Errors) {
     }
   }
   // Counts in section 0 (the gABI's extended numbering): the library reads
-  // no sections then, so the commands that show or save them refuse.
-  std::string image = readFile(dir_.file("s"));
-  const auto put = [&image](size_t at, uint32_t v, int width) {
-    for (int b = 0; b < width; ++b) image[at + b] = char(v >> (8 * b));
+  // no sections then, so the commands that show or save them refuse. x is
+  // the sample so changed; w a 64-bit big-endian image with all three
+  // counts there, and 65,535 program headers to carry PN_XNUM.
+  const auto put = [](std::string& image, size_t at, uint64_t v, int width, bool big) {
+    for (int b = 0; b < width; ++b) image[at + (big ? width - 1 - b : b)] = char(v >> (8 * b));
   };
-  const size_t shoff = uint8_t(image[32]) | uint8_t(image[33]) << 8 | uint8_t(image[34]) << 16;
-  put(48, 0, 2), put(50, 0xffff, 2), put(shoff + 20, 13, 4), put(shoff + 24, 1, 4);
-  writeFile(dir_.file("x"), image);
-  for (std::string command : {"check", "info", "edit"}) {
-    expectFailure(command + " x" + (command == "edit" ? " -o o" : ""), 1,
-                  command + ": 'x': uses extended section numbering (13 "
-                  "sections counted in section 0; the name table's index, 1, in section 0), "
-                  "which this tool would lose; --force to go on");
+  std::string x = readFile(dir_.file("s"));
+  const size_t shoff = uint8_t(x[32]) | uint8_t(x[33]) << 8 | uint8_t(x[34]) << 16;
+  put(x, 48, 0, 2, false), put(x, 50, 0xffff, 2, false);
+  put(x, shoff + 20, 13, 4, false), put(x, shoff + 24, 1, 4, false);
+  writeFile(dir_.file("x"), x);
+  std::string w("\x7f" "ELF\x02\x02\x01", 7);
+  const size_t table = 64 + 56 * 0xffff;
+  w.resize(table + 64);
+  for (auto [at, v, width] : {std::tuple<size_t, uint64_t, int>{16, 2, 2}, {18, 0x5a4b, 2},
+                              {20, 1, 4}, {32, 64, 8}, {40, table, 8}, {52, 64, 2}, {54, 56, 2},
+                              {56, 0xffff, 2}, {58, 64, 2}, {62, 0xffff, 2}, {table + 32, 70000, 8},
+                              {table + 40, 3, 4}, {table + 44, 70000, 4}}) {
+    put(w, at, v, width, true);
+  }
+  writeFile(dir_.file("w"), w);
+  const std::pair<const char*, std::string> kExtended[] = {
+      {"x", "13 sections counted in section 0; the name table's index, 1, in section 0"},
+      {"w", "70000 sections counted in section 0; the name table's index, 3, in section 0; "
+            "70000 program headers counted in section 0"}};
+  for (const auto& [file, what] : kExtended) {
+    for (std::string command : {"check", "info", "edit"}) {
+      expectFailure(command + " " + file + (command == "edit" ? " -o o" : ""), 1,
+                    command + ": '" + file + "': uses extended section numbering (" + what +
+                        "), which this tool would lose; --force to go on");
+    }
   }
   EXPECT_EQ(run("check x --force").out, "x: ok\n");
 }
@@ -203,12 +221,16 @@ TEST_F(CliTest, DebugDocumentRoundTrip) {
   const auto more = filesIn(ZELK_ELF_SHARED_DIR "/conformance/expected");
   images.insert(images.end(), more.begin(), more.end());
   images.push_back(dir_.file("s"));
-  // Names of bytes that are not UTF-8 ("\xff"), and of the UTF-8 they must
-  // not turn into ("\xc3\xbf" is "ÿ"), and plain UTF-8 ("é").
+  // Names of bytes that are not UTF-8 ("\xff", an overlong NUL, a
+  // surrogate), of the UTF-8 they must not turn into ("\xc3\xbf" is "ÿ"),
+  // and of UTF-8 of two and four bytes.
   ASSERT_EQ(run("edit --new -o names --set-section .zelk.dbg.spill="
                 "00000000000001000000000000" "00ff"
                 "04000000000002000000000000" "00c3bf"
-                "08000000000002000000000000" "00c3a9").exit_code, 0);
+                "08000000000002000000000000" "00c3a9"
+                "0c000000000002000000000000" "00c080"
+                "10000000000003000000000000" "00eda080"
+                "14000000000004000000000000" "00f09f9880").exit_code, 0);
   images.push_back(dir_.file("names"));
   int checked = 0;
   for (const std::string& image : images) {
@@ -313,6 +335,8 @@ TEST_F(CliTest, OutputKeepsOwnershipAndLeavesNoTemporaries) {
   };
   ASSERT_EQ(run("sample -o prog").exit_code, 0);
   // As root: a set-uid program of another user is replaced as theirs.
+  // Without root no file can be given away, so only the mode of one's own
+  // set-uid file is checked.
   const bool root = ::geteuid() == 0;
   const uid_t other = root ? 65534 : ::geteuid();
   ASSERT_EQ(::chown(prog.c_str(), other, root ? other : ::getegid()), 0);
