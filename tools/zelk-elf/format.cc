@@ -1,6 +1,7 @@
 // Parsing arguments and formatting text: numbers, hex data, quoted strings,
 // tables, and the names of ELF values.
 #include <algorithm>
+#include <array>
 
 #include "absl/strings/escaping.h"
 #include "absl/strings/match.h"
@@ -136,19 +137,29 @@ std::string toHex(absl::Span<const uint8_t> bytes) {
 }
 
 std::string escapeText(absl::string_view text, absl::string_view also) {
+  // Which bytes take an escape; runs of the others are copied whole, as
+  // names may be megabytes long.
+  std::array<bool, 256> escaped;
+  for (size_t b = 0; b < escaped.size(); ++b) escaped[b] = b < 0x20 || b >= 0x7f;
+  for (char c : also) escaped[static_cast<uint8_t>(c)] = true;
   std::string out;
   out.reserve(text.size());
-  for (char c : text) {
+  size_t run = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
     const auto byte = static_cast<uint8_t>(c);
+    if (!escaped[byte]) continue;
+    out.append(text.data() + run, i - run);
+    run = i + 1;
     if (c == '\n' || c == '\t' || c == '\r') {
       out += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
     } else if (byte < 0x20 || byte >= 0x7f) {
       absl::StrAppendFormat(&out, "\\x%02x", byte);
     } else {
-      if (also.find(c) != absl::string_view::npos) out.push_back('\\');
-      out.push_back(c);
+      out += {'\\', c};
     }
   }
+  out.append(text.data() + run, text.size() - run);
   return out;
 }
 
