@@ -25,24 +25,10 @@ namespace serialize {
 namespace internal {
 
 template <typename T>
-struct IsVector : std::false_type {};
-template <typename T>
-struct IsVector<std::vector<T>> : std::true_type {};
-
-// A list record: its one field is a std::vector.
-template <typename T, bool = zelk_elf::IsRecord<T>::value>
-struct IsListRecord : std::false_type {};
-template <typename Record>
-struct IsListRecord<Record, true>
-    : std::integral_constant<
-          bool, std::tuple_size<decltype(zelk_elf::Fields<Record>::kList)>::value == 1 &&
-                    IsVector<typename std::decay_t<decltype(std::get<0>(
-                        zelk_elf::Fields<Record>::kList))>::Type>::value> {};
-template <typename T>
 using EnableForFields =
-    std::enable_if_t<zelk_elf::IsRecord<T>::value && !IsListRecord<T>::value>;
+    std::enable_if_t<zelk_elf::IsRecord<T>::value && !zelk_elf::IsListRecord<T>::value>;
 template <typename T>
-using EnableForList = std::enable_if_t<IsListRecord<T>::value>;
+using EnableForList = std::enable_if_t<zelk_elf::IsListRecord<T>::value>;
 
 // Reads one value into `out`; false when it cannot be read.
 template <typename D, typename T>

@@ -24,22 +24,27 @@ struct DebugField {
   const char* section;      // ".zelk.dbg.swp"
   const char* python_name;  // the zelk_elf.ELF property: "swp_info"
   const char* json_name;    // the member of zelk-elf's JSON document: "swp_list"
+  const char* title;        // what zelk-elf's text output calls it: "SWP list"
   absl::optional<T> ELF::*member;
 };
 
 // In section order: the order of loading, saving and every listing.
 inline constexpr auto kDebugFields = std::make_tuple(
-    DebugField<DebugInfoID>{".zelk.dbg.id", "dbg_id", "debug_id", &ELF::dbgID},
-    DebugField<SpillInfo>{".zelk.dbg.spill", "spill_info", "spill_list", &ELF::spillInfo},
-    DebugField<SWPInfo>{".zelk.dbg.swp", "swp_info", "swp_list", &ELF::swpInfo},
-    DebugField<ControlFlowGraph>{".zelk.dbg.cfg", "cfg_info", "cfg_edges", &ELF::cfgInfo},
-    DebugField<SourceMap>{".zelk.dbg.src", "src_info", "source_map", &ELF::srcInfo},
-    DebugField<SymbolMap>{".zelk.dbg.sym", "sym_info", "symbol_map", &ELF::symInfo},
-    DebugField<uint32_t>{".zelk.dbg.pmsize", "pm_size", "pm_size", &ELF::pmSize},
+    DebugField<DebugInfoID>{".zelk.dbg.id", "dbg_id", "debug_id", "debug id", &ELF::dbgID},
+    DebugField<SpillInfo>{".zelk.dbg.spill", "spill_info", "spill_list", "spill list",
+                          &ELF::spillInfo},
+    DebugField<SWPInfo>{".zelk.dbg.swp", "swp_info", "swp_list", "SWP list", &ELF::swpInfo},
+    DebugField<ControlFlowGraph>{".zelk.dbg.cfg", "cfg_info", "cfg_edges", "CFG edges",
+                                 &ELF::cfgInfo},
+    DebugField<SourceMap>{".zelk.dbg.src", "src_info", "source_map", "source map",
+                          &ELF::srcInfo},
+    DebugField<SymbolMap>{".zelk.dbg.sym", "sym_info", "symbol_map", "symbol map",
+                          &ELF::symInfo},
+    DebugField<uint32_t>{".zelk.dbg.pmsize", "pm_size", "pm_size", "PM size", &ELF::pmSize},
     DebugField<std::string>{".zelk.dbg.verifyinfo", "verify_info", "verify_info",
-                            &ELF::verifyInfo},
+                            "verify info", &ELF::verifyInfo},
     DebugField<LatencyInfo>{".zelk.dbg.latency", "latency_info", "latency_list",
-                            &ELF::latencyInfo});
+                            "latency list", &ELF::latencyInfo});
 
 inline constexpr size_t kDebugFieldCount = std::tuple_size<decltype(kDebugFields)>::value;
 

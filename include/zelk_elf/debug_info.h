@@ -172,6 +172,28 @@ struct IsRecord : std::false_type {};
 template <typename T>
 struct IsRecord<T, std::void_t<decltype(Fields<T>::kList)>> : std::true_type {};
 
+template <typename T>
+struct IsVector : std::false_type {};
+template <typename T>
+struct IsVector<std::vector<T>> : std::true_type {};
+
+// A record that is just a list (its one field is a std::vector): spill, SWP
+// and latency locations, CFG edges. In a payload its elements run to the end.
+template <typename T, bool = IsRecord<T>::value>
+struct IsListRecord : std::false_type {};
+template <typename Record>
+struct IsListRecord<Record, true>
+    : std::integral_constant<
+          bool, std::tuple_size<decltype(Fields<Record>::kList)>::value == 1 &&
+                    IsVector<typename std::decay_t<decltype(std::get<0>(
+                        Fields<Record>::kList))>::Type>::value> {};
+
+// The elements of a list record.
+template <typename Record, typename = std::enable_if_t<IsListRecord<Record>::value>>
+const auto& elementsOf(const Record& record) {
+  return record.*(std::get<0>(Fields<Record>::kList).member);
+}
+
 // Calls f(name, record.field, more.field...) for each field, in order: one
 // record to read or fill, or several to compare.
 template <typename F, typename Record, typename... More>

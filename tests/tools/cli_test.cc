@@ -272,6 +272,9 @@ TEST_F(CliTest, DiffShowsExactlyTheChange) {
        "debug_id.kind: 1 -> 0\ndebug_id.id0: 258 -> 9\n"},
       {R"({"spill_list":[{"address":4,"index":2,"kind":1,"name":""}]})",
        "spill_list[0].index: 0 -> 2\nspill_list[0].name: \"r4\" -> \"\"\n"},
+      {R"({"spill_list":[{"address":4,"index":0,"kind":1,"name":"r4"},)"
+       R"({"address":8,"index":0,"kind":1,"name":"\u009b2J"}]})",
+       "spill_list[1]: absent -> {\"address\":8,\"index\":0,\"kind\":1,\"name\":\"\\xc2\\x9b2J\"}\n"},
       {R"({"swp_list":[{"address":12},{"address":20},{"address":28}]})",
        "swp_list[2]: absent -> {\"address\":28}\n"},
       {R"({"cfg_edges":[{"first":{"start":0,"end":12},"second":{"start":16,"end":24}}]})",

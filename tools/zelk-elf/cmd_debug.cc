@@ -4,6 +4,8 @@
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
+#include "absl/strings/str_join.h"
+#include "elf/debug_fields.h"
 #include "tools/zelk-elf/json.h"
 #include "tools/zelk-elf/tool.h"
 
@@ -18,135 +20,174 @@ std::string counted(size_t n, const char* one, const char* many) {
 std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
 
 // "title (.zelk.dbg.x): " and the state of a value that may be absent or
-// empty; returns the value when its elements should be listed.
-template <typename List>
-const List* heading(std::ostream& out, const char* title, const char* section,
-                    const List* list, const char* one, const char* many) {
-  const bool listed = list != nullptr && !list->empty();
-  out << title << " (" << section << "): "
-      << (listed ? counted(list->size(), one, many)
-          : list ? "present but empty"
-                 : "absent")
+// empty; returns whether its elements should be listed.
+bool heading(std::ostream& out, const std::string& title, size_t count, bool present,
+             const char* one, const char* many) {
+  out << title << (count != 0 ? counted(count, one, many)
+                   : present  ? "present but empty"
+                              : "absent")
       << "\n";
-  return listed ? list : nullptr;
+  return count != 0;
 }
 
-// A list field: its heading, then a table of its elements under `header`;
-// `cells(i, element)` gives one row.
-template <typename List, typename Cells>
-void listField(std::ostream& out, const char* title, const char* section,
-               const List* list, std::vector<std::string> header,
-               std::vector<bool> right_aligned, Cells cells,
-               const char* one = "entry", const char* many = "entries") {
-  if (heading(out, title, section, list, one, many) == nullptr) return;
-  printTable(out, "  ", right_aligned, list->size() + 1,
-             [&](size_t row) -> std::vector<std::string> {
-               if (row == 0) return header;
-               return cells(row - 1, (*list)[row - 1]);
-             });
-}
-
-template <typename Map>
-std::vector<const typename Map::value_type*> sortedOf(
-    const absl::optional<Map>& map) {
-  return map ? sortedEntries(*map)
-             : std::vector<const typename Map::value_type*>();
-}
-
-void writeText(const ELF& elf, std::ostream& out) {
-  out << "debug id (.zelk.dbg.id): "
-      << (elf.dbgID ? absl::StrCat("kind ", elf.dbgID->kind, ", id0 ",
-                                   elf.dbgID->id0, ", id1 ", elf.dbgID->id1)
-                    : "absent")
-      << "\n";
-  listField(out, "spill list", ".zelk.dbg.spill",
-            listOf(elf.spillInfo, &SpillInfo::locs),
-            {"[Nr]", "Address", "Index", "Kind", "Name"},
-            {false, false, true, true, false},
-            [](size_t i, const SpillLoc& loc) -> std::vector<std::string> {
-              return {rowNumber(i), hexValue(loc.addr, 8),
-                      absl::StrCat(loc.index), absl::StrCat(loc.kind),
-                      quoteText(loc.name)};
-            });
-  listField(out, "SWP list", ".zelk.dbg.swp",
-            listOf(elf.swpInfo, &SWPInfo::locs), {"[Nr]", "Address"},
-            {false, false},
-            [](size_t i, const SWPLoc& loc) -> std::vector<std::string> {
-              return {rowNumber(i), hexValue(loc.addr, 8)};
-            });
-  listField(
-      out, "CFG edges", ".zelk.dbg.cfg",
-      listOf(elf.cfgInfo, &ControlFlowGraph::edges),
-      {"[Nr]", "First block", "", "Second block"}, {false, false, false, false},
-      [](size_t i, const auto& edge) -> std::vector<std::string> {
-        return {rowNumber(i), rangeLabel(std::get<0>(edge)), "->",
-                rangeLabel(std::get<1>(edge))};
+// One record as table cells, as its layout lays it out: addresses in hex,
+// other integers in decimal, strings quoted, array members joined.
+template <typename T>
+std::vector<std::string> recordCells(const T& record) {
+  struct Value {
+    uint64_t number;
+    std::string text;
+  };
+  std::vector<Value> fields;
+  visitFields(
+      [&fields](const char*, const auto& field) {
+        if constexpr (std::is_integral<std::decay_t<decltype(field)>>::value) {
+          fields.push_back({field, absl::StrCat(field)});
+        } else {
+          fields.push_back({0, quoteText(field)});
+        }
       },
-      "edge", "edges");
-  if (auto* src =
-          heading(out, "source map", ".zelk.dbg.src",
-                  pointer(elf.srcInfo), "source", "sources")) {
-    for (const auto* entry : sortedEntries(*src)) {
+      record);
+  std::vector<std::string> cells;
+  for (const LayoutMember& member : layoutOf<T>()) {
+    std::vector<absl::string_view> values;
+    for (size_t k = 0; k < member.count; ++k) values.push_back(fields[member.first + k].text);
+    cells.push_back(isAddressField(member.name) ? hexValue(fields[member.first].number, 8)
+                                                : absl::StrJoin(values, " "));
+  }
+  return cells;
+}
+
+// Headers and alignment of a record's columns.
+template <typename T>
+std::pair<std::vector<std::string>, std::vector<bool>> recordColumns() {
+  std::pair<std::vector<std::string>, std::vector<bool>> columns;
+  const T sample{};
+  std::vector<bool> integral;
+  visitFields(
+      [&integral](const char*, const auto& field) {
+        integral.push_back(std::is_integral<std::decay_t<decltype(field)>>::value);
+      },
+      sample);
+  for (const LayoutMember& member : layoutOf<T>()) {
+    columns.first.push_back(headerOf(member.name));
+    columns.second.push_back(!member.array && integral[member.first] &&
+                             !isAddressField(member.name));
+  }
+  return columns;
+}
+
+std::vector<std::string> elementCells(const std::tuple<BasicBlockRange, BasicBlockRange>& edge) {
+  return {rangeLabel(std::get<0>(edge)), "->", rangeLabel(std::get<1>(edge))};
+}
+template <typename T>
+std::vector<std::string> elementCells(const T& record) {
+  return recordCells(record);
+}
+
+// The elements of a list field, one numbered row each.
+template <typename Element>
+void listText(std::ostream& out, const std::string& title, const std::vector<Element>* list) {
+  constexpr bool kEdges = !IsRecord<Element>::value;  // a CFG edge, a pair of blocks
+  if (!heading(out, title, list ? list->size() : 0, list != nullptr, kEdges ? "edge" : "entry",
+               kEdges ? "edges" : "entries")) {
+    return;
+  }
+  std::vector<std::string> header = {"[Nr]"};
+  std::vector<bool> right_aligned = {false};
+  if constexpr (kEdges) {
+    header.insert(header.end(), {"First block", "", "Second block"});
+    right_aligned.resize(4, false);
+  } else {
+    const auto columns = recordColumns<Element>();
+    header.insert(header.end(), columns.first.begin(), columns.first.end());
+    right_aligned.insert(right_aligned.end(), columns.second.begin(), columns.second.end());
+  }
+  printTable(out, "  ", right_aligned, list->size() + 1, [&](size_t row) {
+    if (row == 0) return header;
+    std::vector<std::string> cells = elementCells((*list)[row - 1]);
+    cells.insert(cells.begin(), rowNumber(row - 1));
+    return cells;
+  });
+}
+
+// A map field, in key order: lists of strings under their key, records as
+// rows named by their key.
+template <typename V>
+void mapText(std::ostream& out, const std::string& title, const std::string& unit,
+             const std::unordered_map<std::string, V>* map) {
+  if (!heading(out, title, map ? map->size() : 0, map != nullptr, unit.c_str(),
+               (unit + "s").c_str())) {
+    return;
+  }
+  const auto entries = sortedEntries(*map);
+  if constexpr (IsVector<V>::value) {
+    for (const auto* entry : entries) {
       out << "  " << quoteText(entry->first) << ": "
           << counted(entry->second.size(), "string", "strings") << "\n";
       for (size_t i = 0; i < entry->second.size(); ++i) {
-        out << "    " << rowNumber(i) << " " << quoteText(entry->second[i])
-            << "\n";
+        out << "    " << rowNumber(i) << " " << quoteText(entry->second[i]) << "\n";
       }
     }
+  } else {
+    auto columns = recordColumns<V>();
+    columns.first.insert(columns.first.begin(), "Name");
+    columns.second.insert(columns.second.begin(), false);
+    printTable(out, "  ", columns.second, entries.size() + 1, [&](size_t row) {
+      if (row == 0) return columns.first;
+      std::vector<std::string> cells = recordCells(entries[row - 1]->second);
+      cells.insert(cells.begin(), quoteText(entries[row - 1]->first));
+      return cells;
+    });
   }
-  const auto symbols = sortedOf(elf.symInfo);
-  listField(
-      out, "symbol map", ".zelk.dbg.sym", elf.symInfo ? &symbols : nullptr,
-      {"Name", "Kind", "Address"}, {false, true, false},
-      [](size_t, const auto* entry) -> std::vector<std::string> {
-        return {quoteText(entry->first), absl::StrCat(entry->second.kind),
-                hexValue(entry->second.addr, 8)};
-      },
-      "symbol", "symbols");
-  out << "PM size (.zelk.dbg.pmsize): "
-      << (elf.pmSize ? absl::StrFormat("%u (0x%x)", *elf.pmSize, *elf.pmSize)
-                     : "absent")
-      << "\n";
-  out << "verify info (.zelk.dbg.verifyinfo): "
-      << (!elf.verifyInfo           ? std::string("absent")
-          : elf.verifyInfo->empty() ? std::string("present but empty")
-                                    : quoteText(*elf.verifyInfo))
-      << "\n";
-  listField(
-      out, "latency list", ".zelk.dbg.latency",
-      listOf(elf.latencyInfo, &LatencyInfo::locs),
-      {"[Nr]", "Address", "Kind", "Values"}, {false, false, true, false},
-      [](size_t i, const LatencyInfoLoc& loc) -> std::vector<std::string> {
-        return {rowNumber(i), hexValue(loc.addr, 8), absl::StrCat(loc.kind),
-                absl::StrCat(loc.value0, " ", loc.value1, " ", loc.value2, " ",
-                             loc.value3)};
-      });
 }
 
-// A list member, null when the field is absent.
-template <typename List>
-void listMember(JsonStream& json, const char* key, const List* list) {
-  if (list == nullptr) return json.member(key, nullptr);
-  json.beginArray(key);
-  for (const auto& element : *list) json.element(toJson(element));
-  json.endArray();
+void writeText(const ELF& elf, std::ostream& out) {
+  forEachDebugField([&](size_t, const auto& field) {
+    using T = typename std::decay_t<decltype(field)>::Type;
+    const absl::optional<T>& value = elf.*field.member;
+    const std::string title = absl::StrCat(field.title, " (", field.section, "): ");
+    if constexpr (IsListRecord<T>::value) {
+      listText(out, title, value ? &elementsOf(*value) : nullptr);
+    } else if constexpr (IsMap<T>::value) {
+      mapText(out, title, keyNameOf(field.json_name), pointer(value));
+    } else if constexpr (IsRecord<T>::value) {
+      std::vector<std::string> parts;
+      const T shown = value.value_or(T());
+      visitFields(
+          [&parts](const char* name, const auto& v) { parts.push_back(absl::StrCat(name, " ", v)); },
+          shown);
+      out << title << (value ? absl::StrJoin(parts, ", ") : "absent") << "\n";
+    } else if constexpr (std::is_integral<T>::value) {
+      out << title << (value ? absl::StrFormat("%u (0x%x)", *value, *value) : "absent") << "\n";
+    } else {
+      out << title
+          << (!value ? std::string("absent") : value->empty() ? "present but empty" : quoteText(*value))
+          << "\n";
+    }
+  });
 }
 
 void writeJson(const ELF& elf, std::ostream& out) {
   JsonStream json(out);
   json.member("schema", 1);
-  json.member("debug_id", optionalJson(elf.dbgID));
-  listMember(json, "spill_list", listOf(elf.spillInfo, &SpillInfo::locs));
-  listMember(json, "swp_list", listOf(elf.swpInfo, &SWPInfo::locs));
-  listMember(json, "cfg_edges", listOf(elf.cfgInfo, &ControlFlowGraph::edges));
-  const auto sources = sortedOf(elf.srcInfo);
-  listMember(json, "source_map", elf.srcInfo ? &sources : nullptr);
-  const auto symbols = sortedOf(elf.symInfo);
-  listMember(json, "symbol_map", elf.symInfo ? &symbols : nullptr);
-  json.member("pm_size", elf.pmSize ? Json(*elf.pmSize) : Json());
-  json.member("verify_info", optionalJson(elf.verifyInfo));
-  listMember(json, "latency_list", listOf(elf.latencyInfo, &LatencyInfo::locs));
+  forEachDebugField([&](size_t, const auto& field) {
+    using T = typename std::decay_t<decltype(field)>::Type;
+    const absl::optional<T>& value = elf.*field.member;
+    if (!value) return json.member(field.json_name, nullptr);
+    if constexpr (IsListRecord<T>::value) {
+      json.beginArray(field.json_name);
+      for (const auto& element : elementsOf(*value)) json.element(toJson(element));
+      json.endArray();
+    } else if constexpr (IsMap<T>::value) {
+      const std::string key = keyNameOf(field.json_name);
+      json.beginArray(field.json_name);
+      for (const auto* entry : sortedEntries(*value)) json.element(entryJson(key.c_str(), *entry));
+      json.endArray();
+    } else {
+      json.member(field.json_name, toJson(*value));
+    }
+  });
   json.end();
 }
 

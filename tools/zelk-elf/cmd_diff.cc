@@ -13,6 +13,7 @@
 #include "absl/strings/match.h"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
+#include "elf/debug_fields.h"
 #include "tools/zelk-elf/image_view.h"
 #include "tools/zelk-elf/json.h"
 #include "tools/zelk-elf/tool.h"
@@ -112,7 +113,9 @@ class Differ {
     if (value.is_number_unsigned() && kHex->count(member) > 0) {
       return absl::StrFormat("0x%x", value.get<uint64_t>());
     }
-    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    // JSON escapes only C0 controls; C1 controls and the rest of UTF-8
+    // would reach the terminal as they are.
+    return escapeText(value.dump(-1, ' ', false, Json::error_handler_t::replace), "");
   }
 
   std::unique_ptr<JsonStream> json_;
@@ -264,20 +267,42 @@ void forPairs(const std::unordered_map<std::string, V>& a,
   }
 }
 
-// A list or map value: its presence, then entry by entry.
-template <typename T>
-void compareEntries(Differ& differ, const std::string& key, const T* a,
-                    const T* b) {
+// A list or map value: its presence, then entry by entry, each shown by
+// `to_json` where they differ.
+template <typename T, typename ToJson>
+void compareEntries(Differ& differ, const std::string& key, const T* a, const T* b,
+                    ToJson to_json) {
   if (a == nullptr && b == nullptr) return;
   differ.values(key, a ? Json::array() : Json(), b ? Json::array() : Json());
   const T empty;
   forPairs(a ? *a : empty, b ? *b : empty,
            [&](const std::string& step, const auto* x, const auto* y) {
              if (x == nullptr || y == nullptr || !(*x == *y)) {
-               differ.values(key + step, x ? toJson(x) : Json(),
-                             y ? toJson(y) : Json());
+               differ.values(key + step, x ? to_json(*x) : Json(), y ? to_json(*y) : Json());
              }
            });
+}
+
+// The comment lines and the nine debug values, in the table's order.
+void compareDebugFields(Differ& differ, const ELF& a, const ELF& b) {
+  compareEntries(differ, "comment_lines", pointer(a.commentInfo), pointer(b.commentInfo),
+                 [](absl::string_view line) { return toJson(line); });
+  forEachDebugField([&](size_t, const auto& field) {
+    using T = typename std::decay_t<decltype(field)>::Type;
+    const absl::optional<T>& x = a.*field.member;
+    const absl::optional<T>& y = b.*field.member;
+    if constexpr (IsListRecord<T>::value) {
+      compareEntries(differ, field.json_name, x ? &elementsOf(*x) : nullptr,
+                     y ? &elementsOf(*y) : nullptr,
+                     [](const auto& element) { return toJson(element); });
+    } else if constexpr (IsMap<T>::value) {
+      const std::string key = keyNameOf(field.json_name);
+      compareEntries(differ, field.json_name, pointer(x), pointer(y),
+                     [&key](const auto& entry) { return entryJson(key.c_str(), entry); });
+    } else {
+      differ.values(field.json_name, x ? toJson(*x) : Json(), y ? toJson(*y) : Json());
+    }
+  });
 }
 
 int runDiff(const std::string& path_a, const std::string& path_b, bool json) {
@@ -299,25 +324,7 @@ int runDiff(const std::string& path_a, const std::string& path_b, bool json) {
                   i < view_a.segments.size() ? segmentJson(view_a, i) : Json(),
                   i < view_b.segments.size() ? segmentJson(view_b, i) : Json());
   }
-  compareEntries(differ, "comment_lines", pointer(a.commentInfo),
-                 pointer(b.commentInfo));
-  differ.values("debug_id", optionalJson(a.dbgID), optionalJson(b.dbgID));
-  compareEntries(differ, "spill_list", listOf(a.spillInfo, &SpillInfo::locs),
-                 listOf(b.spillInfo, &SpillInfo::locs));
-  compareEntries(differ, "swp_list", listOf(a.swpInfo, &SWPInfo::locs),
-                 listOf(b.swpInfo, &SWPInfo::locs));
-  compareEntries(differ, "cfg_edges",
-                 listOf(a.cfgInfo, &ControlFlowGraph::edges),
-                 listOf(b.cfgInfo, &ControlFlowGraph::edges));
-  compareEntries(differ, "source_map", pointer(a.srcInfo), pointer(b.srcInfo));
-  compareEntries(differ, "symbol_map", pointer(a.symInfo), pointer(b.symInfo));
-  differ.values("pm_size", a.pmSize ? Json(*a.pmSize) : Json(),
-                b.pmSize ? Json(*b.pmSize) : Json());
-  differ.values("verify_info", optionalJson(a.verifyInfo),
-                optionalJson(b.verifyInfo));
-  compareEntries(differ, "latency_list",
-                 listOf(a.latencyInfo, &LatencyInfo::locs),
-                 listOf(b.latencyInfo, &LatencyInfo::locs));
+  compareDebugFields(differ, a, b);
   return differ.finish();
 }
 

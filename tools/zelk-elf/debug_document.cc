@@ -79,16 +79,15 @@ class Node {
   }
 
   // An object whose members are exactly `keys`.
-  void expectMembers(std::initializer_list<const char*> keys) const {
+  void expectMembers(const std::vector<std::string>& keys) const {
     expect(value_.is_object(), "an object");
     for (const auto& member : value_.items()) {
       if (std::find(keys.begin(), keys.end(), member.key()) == keys.end()) {
         (*this)[member.key().c_str()].fail("unknown member");
       }
     }
-    for (const char* key : keys) {
-      if (!value_.contains(key))
-        fail(absl::StrCat("missing member \"", key, "\""));
+    for (const std::string& key : keys) {
+      if (!value_.contains(key)) fail(absl::StrCat("missing member \"", key, "\""));
     }
   }
   Node operator[](const char* key) const { return Node(value_.at(key), this, pathStep(key)); }
@@ -112,137 +111,144 @@ class Node {
   std::string step_;
 };
 
-DebugInfoID readDebugId(const Node& n) {
-  n.expectMembers({"kind", "id0", "id1"});
-  return {n.get<uint8_t>("kind"), n.get<uint16_t>("id0"),
-          n.get<uint16_t>("id1")};
+// The inverse of toJson, by type: integers within their width, byte
+// strings, records member by member as layoutOf lays them out, CFG edges.
+template <typename T>
+T readValue(const Node& n);
+
+template <typename T>
+T readRecord(const Node& n, std::vector<std::string> members = {}) {
+  const std::vector<LayoutMember>& layout = layoutOf<T>();
+  for (const LayoutMember& member : layout) members.push_back(member.name);
+  n.expectMembers(members);
+  T record;
+  size_t index = 0;
+  std::vector<uint64_t> array;  // the numbers of the array member being read
+  visitFields(
+      [&](const char*, auto& field) {
+        using Field = std::decay_t<decltype(field)>;
+        const LayoutMember& member = *std::find_if(
+            layout.begin(), layout.end(),
+            [index](const LayoutMember& m) { return index < m.first + m.count; });
+        const Node value = n[member.name.c_str()];
+        if constexpr (std::is_integral<Field>::value) {
+          if (member.array) {
+            if (index == member.first) {
+              array = value.list([](const Node& element) {
+                return element.number(std::numeric_limits<Field>::max());
+              });
+              if (array.size() != member.count) {
+                value.fail(absl::StrCat("expected ", member.count, " ", member.name,
+                                        ", found ", array.size()));
+              }
+            }
+            field = static_cast<Field>(array[index - member.first]);
+            ++index;
+            return;
+          }
+        }
+        field = readValue<Field>(value);
+        ++index;
+      },
+      record);
+  return record;
 }
 
-SpillLoc readSpill(const Node& n) {
-  n.expectMembers({"address", "index", "kind", "name"});
-  return {n.get<uint32_t>("address"), n.get<uint8_t>("index"),
-          n.get<uint8_t>("kind"), n["name"].text()};
-}
-
-SWPLoc readSwp(const Node& n) {
-  n.expectMembers({"address"});
-  return {n.get<uint32_t>("address")};
-}
-
-BasicBlockRange readRange(const Node& n) {
-  n.expectMembers({"start", "end"});
-  return {n.get<uint32_t>("start"), n.get<uint32_t>("end")};
-}
-
-std::tuple<BasicBlockRange, BasicBlockRange> readEdge(const Node& n) {
-  n.expectMembers({"first", "second"});
-  return {readRange(n["first"]), readRange(n["second"])};
-}
-
-LatencyInfoLoc readLatency(const Node& n) {
-  n.expectMembers({"address", "kind", "values"});
-  const auto v = n["values"].list([](const Node& value) {
-    return static_cast<uint8_t>(value.number(0xff));
-  });
-  if (v.size() != 4) {
-    n["values"].fail(absl::StrCat("expected 4 values, found ", v.size()));
+template <typename T>
+T readValue(const Node& n) {
+  if constexpr (std::is_integral<T>::value) {
+    return static_cast<T>(n.number(std::numeric_limits<T>::max()));
+  } else if constexpr (std::is_same<T, std::string>::value) {
+    return n.text();
+  } else if constexpr (IsListRecord<T>::value) {
+    T record;
+    using Element = typename std::decay_t<decltype(elementsOf(record))>::value_type;
+    record.*(std::get<0>(Fields<T>::kList).member) = n.list(readValue<Element>);
+    return record;
+  } else if constexpr (IsRecord<T>::value) {
+    return readRecord<T>(n);
+  } else {  // a CFG edge
+    n.expectMembers({"first", "second"});
+    return T{readValue<BasicBlockRange>(n["first"]), readValue<BasicBlockRange>(n["second"])};
   }
-  return {n.get<uint32_t>("address"),
-          n.get<uint8_t>("kind"),
-          v[0],
-          v[1],
-          v[2],
-          v[3]};
 }
 
-std::vector<std::string> readSource(const Node& n) {
-  n.expectMembers({"source", "strings"});
-  return n["strings"].list([](const Node& s) { return s.text(); });
-}
-
-SymbolAddr readSymbol(const Node& n) {
-  n.expectMembers({"symbol", "kind", "address"});
-  return {n.get<uint8_t>("kind"), n.get<uint32_t>("address")};
-}
-
-// A map given as an array of entries; a key given twice is refused, and so
-// are keys built to crowd one bucket of the map (as the library refuses
-// them in a payload).
-template <typename Map, typename Read>
-auto readMap(const char* key, Read read) {
-  return [=](const Node& n) {
-    Map map;
-    n.expect(n.isArray(), "an array");
-    tolva_lib::serialize::BucketGuard<Map> guard(map, n.size());
-    n.list([&](const Node& entry) {
-      auto value = read(entry);
-      const std::string name = entry[key].text();
-      switch (guard.tryEmplace(name, std::move(value))) {
-        case tolva_lib::serialize::BucketGuard<Map>::Outcome::kDuplicate:
-          entry[key].fail("duplicate key " + quoteText(name));
-        case tolva_lib::serialize::BucketGuard<Map>::Outcome::kCrowded:
-          entry[key].fail(absl::StrCat("more than ", tolva_lib::serialize::kMaxKeysPerBucket,
-                                       " keys in one hash bucket (keys built to collide)"));
-        case tolva_lib::serialize::BucketGuard<Map>::Outcome::kInserted:
-          break;
-      }
-      return true;
-    });
-    return map;
-  };
-}
-
-// A list field, whose record holds just the list.
-template <typename Field, typename Read>
-auto readList(Read read) {
-  return [read](const Node& n) { return Field{n.list(read)}; };
+// A map given as an array of entries, each its key under `key` and its
+// value's members (or a value list as "strings"); a key given twice is
+// refused, and so are keys built to crowd one bucket of the map (as the
+// library refuses them in a payload).
+template <typename Map>
+Map readMap(const Node& n, const std::string& key) {
+  using Value = typename Map::mapped_type;
+  Map map;
+  n.expect(n.isArray(), "an array");
+  tolva_lib::serialize::BucketGuard<Map> guard(map, n.size());
+  n.list([&](const Node& entry) {
+    Value value;
+    if constexpr (IsRecord<Value>::value) {
+      value = readRecord<Value>(entry, {key});
+    } else {
+      entry.expectMembers({key, "strings"});
+      value = entry["strings"].list(readValue<std::string>);
+    }
+    const std::string name = entry[key.c_str()].text();
+    switch (guard.tryEmplace(name, std::move(value))) {
+      case tolva_lib::serialize::BucketGuard<Map>::Outcome::kDuplicate:
+        entry[key.c_str()].fail("duplicate key " + quoteText(name));
+      case tolva_lib::serialize::BucketGuard<Map>::Outcome::kCrowded:
+        entry[key.c_str()].fail(absl::StrCat("more than ",
+                                             tolva_lib::serialize::kMaxKeysPerBucket,
+                                             " keys in one hash bucket (keys built to collide)"));
+      case tolva_lib::serialize::BucketGuard<Map>::Outcome::kInserted:
+        break;
+    }
+    return true;
+  });
+  return map;
 }
 
 // How one member of the document becomes the operation setting its field.
 using FieldReader = std::function<Operation(const Node&)>;
 
-// `index` is the field's place in kDebugSectionNames.
-template <typename T, typename Read>
-FieldReader field(absl::optional<T> ELF::*member, size_t index, Read read) {
-  const std::string section(kDebugSectionNames[index]);
+template <typename Field>
+FieldReader fieldReader(const Field& field) {
+  using T = typename Field::Type;
+  const auto member = field.member;
+  const std::string section = field.section, key = keyNameOf(field.json_name);
   return [=](const Node& node) -> Operation {
     if (node.isNull()) {
       return [=, path = node.path()](ELF& elf) {
         // Saving keeps the section of an absent field as it is, so the
         // value would come back on the next load.
         if (elf.hasSection(section)) {
-          throw documentError(absl::StrCat(path, ": null cannot remove the ",
-                                           section,
+          throw documentError(absl::StrCat(path, ": null cannot remove the ", section,
                                            " section the image holds"));
         }
         (elf.*member).reset();
       };
     }
-    auto value = std::make_shared<const T>(read(node));
+    std::shared_ptr<const T> value;
+    if constexpr (IsMap<T>::value) {
+      value = std::make_shared<const T>(readMap<T>(node, key));
+    } else {
+      value = std::make_shared<const T>(readValue<T>(node));
+    }
     return [member, value](ELF& elf) { elf.*member = *value; };
   };
 }
 
 const std::map<std::string, FieldReader>& fieldReaders() {
-  static const auto* const kReaders = new std::map<std::string, FieldReader>{
-      {"schema",
-       [](const Node& n) -> Operation {
-         if (n.number(~uint64_t{0}) != 1)
-           n.fail("unsupported schema (1 expected)");
-         return [](ELF&) {};
-       }},
-      {"debug_id", field(&ELF::dbgID, 0, readDebugId)},
-      {"spill_list", field(&ELF::spillInfo, 1, readList<SpillInfo>(readSpill))},
-      {"swp_list", field(&ELF::swpInfo, 2, readList<SWPInfo>(readSwp))},
-      {"cfg_edges", field(&ELF::cfgInfo, 3, readList<ControlFlowGraph>(readEdge))},
-      {"source_map", field(&ELF::srcInfo, 4, readMap<SourceMap>("source", readSource))},
-      {"symbol_map", field(&ELF::symInfo, 5, readMap<SymbolMap>("symbol", readSymbol))},
-      {"pm_size", field(&ELF::pmSize, 6,
-                        [](const Node& n) {
-                          return static_cast<uint32_t>(n.number(0xffffffffu));
-                        })},
-      {"verify_info", field(&ELF::verifyInfo, 7, [](const Node& n) { return n.text(); })},
-      {"latency_list", field(&ELF::latencyInfo, 8, readList<LatencyInfo>(readLatency))}};
+  static const auto* const kReaders = [] {
+    auto* readers = new std::map<std::string, FieldReader>{
+        {"schema", [](const Node& n) -> Operation {
+           if (n.number(~uint64_t{0}) != 1) n.fail("unsupported schema (1 expected)");
+           return [](ELF&) {};
+         }}};
+    forEachDebugField([readers](size_t, const auto& field) {
+      readers->emplace(field.json_name, fieldReader(field));
+    });
+    return readers;
+  }();
   return *kReaders;
 }
 

@@ -12,45 +12,20 @@ Json byteString(absl::string_view bytes) {
                           reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()))}};
 }
 
-Json toJson(const DebugInfoID& id) {
-  return {{"kind", id.kind}, {"id0", id.id0}, {"id1", id.id1}};
-}
-
-Json toJson(const SpillLoc& loc) {
-  return {{"address", loc.addr},
-          {"index", loc.index},
-          {"kind", loc.kind},
-          {"name", byteString(loc.name)}};
-}
-
-Json toJson(const SWPLoc& loc) { return {{"address", loc.addr}}; }
-
-Json toJson(const BasicBlockRange& range) {
-  return {{"start", range.start}, {"end", range.end}};
-}
-
 Json toJson(const std::tuple<BasicBlockRange, BasicBlockRange>& edge) {
-  return {{"first", toJson(std::get<0>(edge))},
-          {"second", toJson(std::get<1>(edge))}};
+  return {{"first", toJson(std::get<0>(edge))}, {"second", toJson(std::get<1>(edge))}};
 }
 
-Json toJson(const LatencyInfoLoc& loc) {
-  return {{"address", loc.addr},
-          {"kind", loc.kind},
-          {"values", {loc.value0, loc.value1, loc.value2, loc.value3}}};
-}
-
-Json toJson(const SourceMap::value_type& entry) {
+Json entryJson(const char* key_name, const SourceMap::value_type& entry) {
   Json strings = Json::array();
-  for (const std::string& text : entry.second)
-    strings.push_back(byteString(text));
-  return {{"source", byteString(entry.first)}, {"strings", std::move(strings)}};
+  for (const std::string& text : entry.second) strings.push_back(byteString(text));
+  return {{key_name, byteString(entry.first)}, {"strings", std::move(strings)}};
 }
 
-Json toJson(const SymbolMap::value_type& entry) {
-  return {{"symbol", byteString(entry.first)},
-          {"kind", entry.second.kind},
-          {"address", entry.second.addr}};
+Json entryJson(const char* key_name, const SymbolMap::value_type& entry) {
+  Json out = {{key_name, byteString(entry.first)}};
+  out.update(toJson(entry.second));
+  return out;
 }
 
 void JsonStream::startMember(absl::string_view key) {

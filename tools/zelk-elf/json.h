@@ -7,9 +7,12 @@
 #include <ostream>
 #include <string>
 #include <tuple>
+#include <type_traits>
+#include <vector>
 
 #include "absl/strings/string_view.h"
 #include "nlohmann/json.hpp"
+#include "tools/zelk-elf/record_layout.h"
 #include "zelk_elf/elf.h"
 
 namespace zelk_elf {
@@ -23,36 +26,44 @@ using Json = nlohmann::ordered_json;
 // trip through a document.
 Json byteString(absl::string_view bytes);
 
-// The list a debug field holds, or null when the field is absent.
-template <typename T, typename List>
-const List* listOf(const absl::optional<T>& field, List T::*member) {
-  return field ? &((*field).*member) : nullptr;
-}
-
 // What a field holds, or null when it is absent.
 template <typename T>
 const T* pointer(const absl::optional<T>& field) {
   return field ? &*field : nullptr;
 }
 
-// One record each, with the member names of `debug --json`.
-inline Json toJson(absl::string_view text) { return byteString(text); }
-Json toJson(const DebugInfoID& id);
-Json toJson(const SpillLoc& loc);
-Json toJson(const SWPLoc& loc);
-Json toJson(const BasicBlockRange& range);
-Json toJson(const std::tuple<BasicBlockRange, BasicBlockRange>& edge);
-Json toJson(const LatencyInfoLoc& loc);
-Json toJson(const SourceMap::value_type& entry);
-Json toJson(const SymbolMap::value_type& entry);
-template <typename T>
-Json toJson(const T* record) {
-  return toJson(*record);
+// Values as `debug --json` shows them: integers as numbers, byte strings
+// as byteString, a record as an object laid out by layoutOf, a CFG edge as
+// {"first", "second"}.
+template <typename T, std::enable_if_t<std::is_integral<T>::value, int> = 0>
+Json toJson(T value) {
+  return value;
 }
-// A field's record, or JSON null when the field is absent.
-template <typename T>
-Json optionalJson(const absl::optional<T>& field) {
-  return field ? toJson(*field) : Json();
+inline Json toJson(absl::string_view text) { return byteString(text); }
+Json toJson(const std::tuple<BasicBlockRange, BasicBlockRange>& edge);
+template <typename T, std::enable_if_t<IsRecord<T>::value, int> = 0>
+Json toJson(const T& record) {
+  std::vector<Json> fields;
+  visitFields([&fields](const char*, const auto& field) { fields.push_back(toJson(field)); },
+              record);
+  Json out = Json::object();
+  for (const LayoutMember& member : layoutOf<T>()) {
+    Json& value = out[member.name] = member.array ? Json::array() : fields[member.first];
+    for (size_t k = 0; member.array && k < member.count; ++k) {
+      value.push_back(fields[member.first + k]);
+    }
+  }
+  return out;
+}
+
+// A map entry as an object: the key under `key_name`, then the value's
+// members, or a list of strings as "strings".
+Json entryJson(const char* key_name, const SourceMap::value_type& entry);
+Json entryJson(const char* key_name, const SymbolMap::value_type& entry);
+
+// The name of a map's key in its entries: "source" in "source_map".
+inline std::string keyNameOf(absl::string_view map_name) {
+  return std::string(map_name.substr(0, map_name.rfind('_')));
 }
 
 // Writes one JSON object exactly as Json::dump(2) would, but member by member
