@@ -39,6 +39,17 @@ Record copyOut(const Elements& elements, Convert convert) {
   return Record{array, elements.size()};
 }
 
+// The elements of a list field copied out; an absent field, like an empty
+// one, gives the empty record.
+template <typename Record, typename Out, typename T, typename Convert>
+Record copyField(zelkELFHandle handle, const absl::optional<T> ELF::*field, Convert convert) {
+  const Record empty = {nullptr, 0};
+  return withELF(handle, empty, [&](const ELF& elf) {
+    const absl::optional<T>& value = elf.*field;
+    return value ? copyOut<Record, Out>(zelk_elf::elementsOf(*value), convert) : empty;
+  });
+}
+
 zelkELFBlockRange toBlockRange(const zelk_elf::BasicBlockRange& range) {
   return zelkELFBlockRange{range.start, range.end};
 }
@@ -63,21 +74,16 @@ int zelkELFGetDbgID(zelkELFHandle handle, zelkELFDbgID* out) {
 }
 
 zelkELFSpillInfo zelkELFGetSpillInfo(zelkELFHandle handle) {
-  const zelkELFSpillInfo empty = {nullptr, 0};
-  return withELF(handle, empty, [&](const ELF& elf) {
-    if (!elf.spillInfo.has_value()) return empty;
-    return copyOut<zelkELFSpillInfo, zelkELFSpillLoc>(
-        elf.spillInfo->locs,
-        [](const zelk_elf::SpillLoc& loc, zelkELFSpillLoc* out) {
-          // One undefined kind makes the whole list unusable.
-          if (loc.kind > kMaxSpillKind) return false;
-          std::memset(out, 0, sizeof(*out));
-          out->addr = loc.addr;
-          out->index = loc.index;
-          out->kind = static_cast<zelkELFSpillKind>(loc.kind);
-          return true;
-        });
-  });
+  return copyField<zelkELFSpillInfo, zelkELFSpillLoc>(
+      handle, &ELF::spillInfo, [](const zelk_elf::SpillLoc& loc, zelkELFSpillLoc* out) {
+        // One undefined kind makes the whole list unusable.
+        if (loc.kind > kMaxSpillKind) return false;
+        std::memset(out, 0, sizeof(*out));
+        out->addr = loc.addr;
+        out->index = loc.index;
+        out->kind = static_cast<zelkELFSpillKind>(loc.kind);
+        return true;
+      });
 }
 
 void zelkELFFreeSpillInfo(zelkELFSpillInfo info) {
@@ -85,15 +91,11 @@ void zelkELFFreeSpillInfo(zelkELFSpillInfo info) {
 }
 
 zelkELFSWPInfo zelkELFGetSWPInfo(zelkELFHandle handle) {
-  const zelkELFSWPInfo empty = {nullptr, 0};
-  return withELF(handle, empty, [&](const ELF& elf) {
-    if (!elf.swpInfo.has_value()) return empty;
-    return copyOut<zelkELFSWPInfo, zelkELFSWPLoc>(
-        elf.swpInfo->locs, [](const zelk_elf::SWPLoc& loc, zelkELFSWPLoc* out) {
-          out->addr = loc.addr;
-          return true;
-        });
-  });
+  return copyField<zelkELFSWPInfo, zelkELFSWPLoc>(
+      handle, &ELF::swpInfo, [](const zelk_elf::SWPLoc& loc, zelkELFSWPLoc* out) {
+        out->addr = loc.addr;
+        return true;
+      });
 }
 
 void zelkELFFreeSWPInfo(zelkELFSWPInfo info) {
@@ -101,16 +103,12 @@ void zelkELFFreeSWPInfo(zelkELFSWPInfo info) {
 }
 
 zelkELFCFGInfo zelkELFGetCFGInfo(zelkELFHandle handle) {
-  const zelkELFCFGInfo empty = {nullptr, 0};
-  return withELF(handle, empty, [&](const ELF& elf) {
-    if (!elf.cfgInfo.has_value()) return empty;
-    return copyOut<zelkELFCFGInfo, zelkELFCFGEdge>(
-        elf.cfgInfo->edges, [](const auto& edge, zelkELFCFGEdge* out) {
-          out->first = toBlockRange(std::get<0>(edge));
-          out->second = toBlockRange(std::get<1>(edge));
-          return true;
-        });
-  });
+  return copyField<zelkELFCFGInfo, zelkELFCFGEdge>(
+      handle, &ELF::cfgInfo, [](const auto& edge, zelkELFCFGEdge* out) {
+        out->first = toBlockRange(std::get<0>(edge));
+        out->second = toBlockRange(std::get<1>(edge));
+        return true;
+      });
 }
 
 void zelkELFFreeCFGInfo(zelkELFCFGInfo info) {
