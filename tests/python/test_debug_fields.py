@@ -18,51 +18,42 @@ FIELDS = ["dbg_id", "spill_info", "swp_info", "cfg_info", "src_info",
           "sym_info", "pm_size", "verify_info", "latency_info"]
 
 
-def le64(n):  # a count or length in a payload, as hex
-    return n.to_bytes(8, "little").hex()
-
-
-
-# field, value (with the extremes of every width), section, payload (hex)
-PAYLOADS = [
-    ("dbg_id", DebugInfoID(255, 0x0203, 0xFFFF), ".zelk.dbg.id", "ff0302ffff"),
+# field, value (with the extremes of every width), its section. The payload
+# bytes themselves are the C++ codec tests' to check.
+VALUES = [
+    ("dbg_id", DebugInfoID(255, 0x0203, 0xFFFF), ".zelk.dbg.id"),
     ("spill_info", [SpillLoc(16, 2, 1, "x"), SpillLoc(0xFFFFFFFF, 255, 7, "")],
-     ".zelk.dbg.spill",
-     "10000000" "02" "01" + le64(1) + "78" + "ffffffff" "ff" "07" + le64(0)),
-    ("swp_info", [1, 0xFFFFFFFF], ".zelk.dbg.swp", "01000000ffffffff"),
-    ("cfg_info", [(BasicBlockRange(1, 2), BasicBlockRange(3, 0xFFFFFFFF))],
-     ".zelk.dbg.cfg", "01000000" "02000000" "03000000" "ffffffff"),
-    ("src_info", {"a": ["x", ""]}, ".zelk.dbg.src",
-     le64(1) + le64(1) + "61" + le64(2) + le64(1) + "78" + le64(0)),
-    ("sym_info", {"main": SymbolAddr(2, 256)}, ".zelk.dbg.sym",
-     le64(1) + le64(4) + "6d61696e" "02" "00010000"),
-    ("pm_size", 0xFFFFFFFF, ".zelk.dbg.pmsize", "ffffffff"),
+     ".zelk.dbg.spill"),
+    ("swp_info", [1, 0xFFFFFFFF], ".zelk.dbg.swp"),
+    ("cfg_info", [(BasicBlockRange(1, 2), BasicBlockRange(3, 0xFFFFFFFF))], ".zelk.dbg.cfg"),
+    ("src_info", {"a": ["x", ""]}, ".zelk.dbg.src"),
+    ("sym_info", {"main": SymbolAddr(2, 256)}, ".zelk.dbg.sym"),
+    ("pm_size", 0xFFFFFFFF, ".zelk.dbg.pmsize"),
     # Bytes that are not UTF-8 cross as lone surrogates and come back intact.
-    ("verify_info", "\u00e9\udcff", ".zelk.dbg.verifyinfo", le64(3) + "c3a9ff"),
-    ("latency_info", [LatencyInfoLoc(0x01020304, 1, 2, 3, 4, 255)],
-     ".zelk.dbg.latency", "04030201" "01020304ff"),
+    ("verify_info", "\u00e9\udcff", ".zelk.dbg.verifyinfo"),
+    ("latency_info", [LatencyInfoLoc(0x01020304, 1, 2, 3, 4, 255)], ".zelk.dbg.latency"),
     # Empty values are present, not absent.
-    ("spill_info", [], ".zelk.dbg.spill", ""),
-    ("swp_info", [], ".zelk.dbg.swp", ""),
-    ("cfg_info", [], ".zelk.dbg.cfg", ""),
-    ("src_info", {}, ".zelk.dbg.src", le64(0)),
-    ("sym_info", {}, ".zelk.dbg.sym", le64(0)),
-    ("verify_info", "", ".zelk.dbg.verifyinfo", le64(0)),
-    ("latency_info", [], ".zelk.dbg.latency", ""),
+    ("spill_info", [], ".zelk.dbg.spill"),
+    ("swp_info", [], ".zelk.dbg.swp"),
+    ("cfg_info", [], ".zelk.dbg.cfg"),
+    ("src_info", {}, ".zelk.dbg.src"),
+    ("sym_info", {}, ".zelk.dbg.sym"),
+    ("verify_info", "", ".zelk.dbg.verifyinfo"),
+    ("latency_info", [], ".zelk.dbg.latency"),
 ]
 
 
 @pytest.mark.parametrize(
-    "field,value,section,payload", PAYLOADS,
-    ids=[f"{row[0]}-{'empty' if row[1] in ([], {}, '') else 'values'}" for row in PAYLOADS])
-def test_field_saves_its_payload_and_reloads(field, value, section, payload):
+    "field,value,section", VALUES,
+    ids=[f"{row[0]}-{'empty' if row[1] in ([], {}, '') else 'values'}" for row in VALUES])
+def test_field_saves_its_section_and_reloads(field, value, section):
     elf = zelk_elf.Elf()
     setattr(elf, field, value)
     saved = zelk_elf.load(elf.save())
     # repr also tells a named record from a plain tuple.
     assert repr(getattr(saved, field)) == repr(value)
     assert [f for f in FIELDS if getattr(saved, f) is not None] == [field]
-    assert saved.sections[section] == bytes.fromhex(payload)
+    assert [name for name in saved.sections if name.startswith(".zelk.dbg.")] == [section]
 
 
 def test_plain_tuples_and_iterables_are_accepted():
