@@ -197,6 +197,8 @@ TEST(FreeSeekBufTest, Contract) {
   } rows[] = {
       {"seekp(0) on an empty buffer adds nothing",
        [&](FreeSeekBuf&, std::ostream& o) { o.seekp(0) << h; }, h, false},
+      {"an empty buffer extends too",
+       [&](FreeSeekBuf&, std::ostream& o) { o.seekp(148) << s; }, zeros + s, false},
       {"a position beyond the end fills the gap with zeros",
        [&](FreeSeekBuf&, std::ostream& o) { o << h, o.seekp(200) << s; }, h + zeros + s, false},
       {"a gap of more than one chunk of zeros",

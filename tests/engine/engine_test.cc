@@ -121,6 +121,7 @@ TEST(LoadRulesTest, EditsOfABasicImage) {
       {[](ElfBuilder&, Bytes& o) { o[3] = 'f'; }, "not an ELF image (no ELF magic number)"},
       {[](ElfBuilder&, Bytes& o) { o.resize(15); },
        "ELF identification cut short (15 of 16 bytes)"},
+      {[](ElfBuilder&, Bytes& o) { o.resize(16); }, "ELF header cut short (16 of 64 bytes)"},
       {[](ElfBuilder&, Bytes& o) { o[4] = 3; }, "unknown ELF class 3"},
       {[](ElfBuilder&, Bytes& o) { o[5] = 0; }, "unknown ELF byte order 0"},
       {[](ElfBuilder&, Bytes& o) { o.resize(63); }, "ELF header cut short (63 of 64 bytes)"},
