@@ -103,14 +103,13 @@ class Differ {
 
   // Addresses and flags in hex, strings quoted, records as compact JSON.
   static std::string show(const std::string& path, const Json& value) {
-    static const auto* const kHex =
-        new std::set<std::string>{"address",         "start",           "end",
-                                  "entry",           "machine",         "flags",
-                                  "virtual_address", "physical_address"};
+    static const std::set<std::string> kHex = {"address", "start",           "end",
+                                               "entry",   "machine",         "flags",
+                                               "virtual_address", "physical_address"};
     const std::string member = path.substr(path.rfind('.') + 1);
     if (value.is_null()) return "absent";
     if (value.is_string()) return quoteText(value.get<std::string>());
-    if (value.is_number_unsigned() && kHex->count(member) > 0) {
+    if (value.is_number_unsigned() && kHex.count(member) > 0) {
       return absl::StrFormat("0x%x", value.get<uint64_t>());
     }
     // JSON escapes only C0 controls; C1 controls and the rest of UTF-8

@@ -66,26 +66,25 @@ Operation setDebug(const std::string&, const std::string& path) {
 }
 
 const std::vector<std::pair<std::string, MakeOperation>>& operationOptions() {
-  static const auto* const kOptions =
-      new std::vector<std::pair<std::string, MakeOperation>>{
-          {"--set-section", setSection},
-          {"--set-text", setText},
-          {"--set-comment",
-           [](const std::string&, const std::string& text) -> Operation {
-             std::vector<std::string> lines = absl::StrSplit(text, '\n');
-             return [lines](ELF& elf) {
-               elf.setCommentInfo({lines.begin(), lines.end()});
-             };
-           }},
-          {"--machine", setNumber(&ELF::setMachine, 0xffff)},
-          {"--type", setNumber(&ELF::setType, 0xffff)},
-          {"--entry", setNumber(&ELF::setEntry, ~uint64_t{0})},
-          {"--verify-info",
-           [](const std::string&, const std::string& text) -> Operation {
-             return [text](ELF& elf) { elf.setVerifyInfo(text); };
-           }},
-          {"--set-debug", setDebug}};
-  return *kOptions;
+  static const std::vector<std::pair<std::string, MakeOperation>> kOptions = {
+      {"--set-section", setSection},
+      {"--set-text", setText},
+      {"--set-comment",
+       [](const std::string&, const std::string& text) -> Operation {
+         std::vector<std::string> lines = absl::StrSplit(text, '\n');
+         return [lines](ELF& elf) {
+           elf.setCommentInfo({lines.begin(), lines.end()});
+         };
+       }},
+      {"--machine", setNumber(&ELF::setMachine, 0xffff)},
+      {"--type", setNumber(&ELF::setType, 0xffff)},
+      {"--entry", setNumber(&ELF::setEntry, ~uint64_t{0})},
+      {"--verify-info",
+       [](const std::string&, const std::string& text) -> Operation {
+         return [text](ELF& elf) { elf.setVerifyInfo(text); };
+       }},
+      {"--set-debug", setDebug}};
+  return kOptions;
 }
 
 void save(ELF& elf, const std::string& output) {

@@ -238,18 +238,18 @@ FieldReader fieldReader(const Field& field) {
 }
 
 const std::map<std::string, FieldReader>& fieldReaders() {
-  static const auto* const kReaders = [] {
-    auto* readers = new std::map<std::string, FieldReader>{
+  static const std::map<std::string, FieldReader> kReaders = [] {
+    std::map<std::string, FieldReader> readers = {
         {"schema", [](const Node& n) -> Operation {
            if (n.number(~uint64_t{0}) != 1) n.fail("unsupported schema (1 expected)");
            return [](ELF&) {};
          }}};
-    forEachDebugField([readers](size_t, const auto& field) {
-      readers->emplace(field.json_name, fieldReader(field));
+    forEachDebugField([&readers](size_t, const auto& field) {
+      readers.emplace(field.json_name, fieldReader(field));
     });
     return readers;
   }();
-  return *kReaders;
+  return kReaders;
 }
 
 // Parses `text`, naming the JSON path reached when the parser stops.
