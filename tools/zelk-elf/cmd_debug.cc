@@ -6,7 +6,7 @@
 #include "absl/strings/str_format.h"
 #include "absl/strings/str_join.h"
 #include "elf/debug_fields.h"
-#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/printer.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
@@ -19,183 +19,73 @@ std::string counted(size_t n, const char* one, const char* many) {
 
 std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
 
-// "title (.zelk.dbg.x): " and the state of a value that may be absent or
-// empty; returns whether its elements should be listed.
-bool heading(std::ostream& out, const std::string& title, size_t count, bool present,
-             const char* one, const char* many) {
-  out << title << (count != 0 ? counted(count, one, many)
-                   : present  ? "present but empty"
-                              : "absent")
-      << "\n";
-  return count != 0;
+// "absent", "present but empty", or the count of elements.
+std::string stateOf(size_t count, bool present, const char* one, const char* many) {
+  return count != 0 ? counted(count, one, many) : present ? "present but empty" : "absent";
 }
 
-// One record as table cells, as its layout lays it out: addresses in hex,
-// other integers in decimal, strings quoted, array members joined.
-template <typename T>
-std::vector<std::string> recordCells(const T& record) {
-  struct Value {
-    uint64_t number;
-    std::string text;
-  };
-  std::vector<Value> fields;
-  visitFields(
-      [&fields](const char*, const auto& field) {
-        if constexpr (std::is_integral<std::decay_t<decltype(field)>>::value) {
-          fields.push_back({field, absl::StrCat(field)});
-        } else {
-          fields.push_back({0, quoteText(field)});
-        }
-      },
-      record);
-  std::vector<std::string> cells;
-  for (const LayoutMember& member : layoutOf<T>()) {
-    std::vector<absl::string_view> values;
-    for (size_t k = 0; k < member.count; ++k) values.push_back(fields[member.first + k].text);
-    cells.push_back(isAddressField(member.name) ? hexValue(fields[member.first].number, 8)
-                                                : absl::StrJoin(values, " "));
-  }
-  return cells;
-}
-
-// Headers and alignment of a record's columns.
-template <typename T>
-std::pair<std::vector<std::string>, std::vector<bool>> recordColumns() {
-  std::pair<std::vector<std::string>, std::vector<bool>> columns;
-  const T sample{};
-  std::vector<bool> integral;
-  visitFields(
-      [&integral](const char*, const auto& field) {
-        integral.push_back(std::is_integral<std::decay_t<decltype(field)>>::value);
-      },
-      sample);
-  for (const LayoutMember& member : layoutOf<T>()) {
-    columns.first.push_back(headerOf(member.name));
-    columns.second.push_back(!member.array && integral[member.first] &&
-                             !isAddressField(member.name));
-  }
-  return columns;
-}
-
-std::vector<std::string> elementCells(const std::tuple<BasicBlockRange, BasicBlockRange>& edge) {
-  return {rangeLabel(std::get<0>(edge)), "->", rangeLabel(std::get<1>(edge))};
-}
-template <typename T>
-std::vector<std::string> elementCells(const T& record) {
-  return recordCells(record);
-}
-
-// The elements of a list field, one numbered row each.
-template <typename Element>
-void listText(std::ostream& out, const std::string& title, const std::vector<Element>* list) {
-  constexpr bool kEdges = !IsRecord<Element>::value;  // a CFG edge, a pair of blocks
-  if (!heading(out, title, list ? list->size() : 0, list != nullptr, kEdges ? "edge" : "entry",
-               kEdges ? "edges" : "entries")) {
-    return;
-  }
-  std::vector<std::string> header = {"[Nr]"};
-  std::vector<bool> right_aligned = {false};
-  if constexpr (kEdges) {
-    header.insert(header.end(), {"First block", "", "Second block"});
-    right_aligned.resize(4, false);
-  } else {
-    const auto columns = recordColumns<Element>();
-    header.insert(header.end(), columns.first.begin(), columns.first.end());
-    right_aligned.insert(right_aligned.end(), columns.second.begin(), columns.second.end());
-  }
-  printTable(out, "  ", right_aligned, list->size() + 1, [&](size_t row) {
-    if (row == 0) return header;
-    std::vector<std::string> cells = elementCells((*list)[row - 1]);
-    cells.insert(cells.begin(), rowNumber(row - 1));
-    return cells;
-  });
-}
-
-// A map field, in key order: lists of strings under their key, records as
-// rows named by their key.
-template <typename V>
-void mapText(std::ostream& out, const std::string& title, const std::string& unit,
-             const std::unordered_map<std::string, V>* map) {
-  if (!heading(out, title, map ? map->size() : 0, map != nullptr, unit.c_str(),
-               (unit + "s").c_str())) {
-    return;
-  }
-  const auto entries = sortedEntries(*map);
-  if constexpr (IsVector<V>::value) {
-    for (const auto* entry : entries) {
-      out << "  " << quoteText(entry->first) << ": "
-          << counted(entry->second.size(), "string", "strings") << "\n";
-      for (size_t i = 0; i < entry->second.size(); ++i) {
-        out << "    " << rowNumber(i) << " " << quoteText(entry->second[i]) << "\n";
-      }
-    }
-  } else {
-    auto columns = recordColumns<V>();
-    columns.first.insert(columns.first.begin(), "Name");
-    columns.second.insert(columns.second.begin(), false);
-    printTable(out, "  ", columns.second, entries.size() + 1, [&](size_t row) {
-      if (row == 0) return columns.first;
-      std::vector<std::string> cells = recordCells(entries[row - 1]->second);
-      cells.insert(cells.begin(), quoteText(entries[row - 1]->first));
-      return cells;
-    });
-  }
-}
-
-void writeText(const ELF& elf, std::ostream& out) {
+// The nine values in the table's order: lists and maps as tables of their
+// elements (map entries sorted by key), the others on one line each.
+void writeDebug(const ELF& elf, Printer& out) {
   forEachDebugField([&](size_t, const auto& field) {
     using T = typename std::decay_t<decltype(field)>::Type;
     const absl::optional<T>& value = elf.*field.member;
     const std::string title = absl::StrCat(field.title, " (", field.section, "): ");
     if constexpr (IsListRecord<T>::value) {
-      listText(out, title, value ? &elementsOf(*value) : nullptr);
-    } else if constexpr (IsMap<T>::value) {
-      mapText(out, title, keyNameOf(field.json_name), pointer(value));
-    } else if constexpr (IsRecord<T>::value) {
-      std::vector<std::string> parts;
-      const T shown = value.value_or(T());
-      visitFields(
-          [&parts](const char* name, const auto& v) { parts.push_back(absl::StrCat(name, " ", v)); },
-          shown);
-      out << title << (value ? absl::StrJoin(parts, ", ") : "absent") << "\n";
-    } else if constexpr (std::is_integral<T>::value) {
-      out << title << (value ? absl::StrFormat("%u (0x%x)", *value, *value) : "absent") << "\n";
-    } else {
-      out << title
-          << (!value ? std::string("absent") : value->empty() ? "present but empty" : quoteText(*value))
-          << "\n";
-    }
-  });
-}
-
-void writeJson(const ELF& elf, std::ostream& out) {
-  JsonStream json(out);
-  json.member("schema", 1);
-  forEachDebugField([&](size_t, const auto& field) {
-    using T = typename std::decay_t<decltype(field)>::Type;
-    const absl::optional<T>& value = elf.*field.member;
-    if (!value) return json.member(field.json_name, nullptr);
-    if constexpr (IsListRecord<T>::value) {
-      json.beginArray(field.json_name);
-      for (const auto& element : elementsOf(*value)) json.element(toJson(element));
-      json.endArray();
+      using Element = typename std::decay_t<decltype(elementsOf(*value))>::value_type;
+      constexpr bool kEdges = !IsRecord<Element>::value;
+      const auto* list = value ? &elementsOf(*value) : nullptr;
+      const size_t count = list ? list->size() : 0;
+      std::vector<Column> columns = columnsOf<Element>();
+      columns.insert(columns.begin(), Column{"[Nr]"});
+      out.table({field.json_name,
+                 title + stateOf(count, list, kEdges ? "edge" : "entry",
+                                 kEdges ? "edges" : "entries"),
+                 columns, count, list != nullptr},
+                [&](size_t i) {
+                  Cells cells = cellsOf((*list)[i]);
+                  cells.insert(cells.begin(), textOnly(rowNumber(i)));
+                  return cells;
+                });
     } else if constexpr (IsMap<T>::value) {
       const std::string key = keyNameOf(field.json_name);
-      json.beginArray(field.json_name);
-      for (const auto* entry : sortedEntries(*value)) json.element(entryJson(key.c_str(), *entry));
-      json.endArray();
+      const auto entries = value ? sortedEntries(*value) : decltype(sortedEntries(*value))();
+      std::vector<Column> columns = {{""}};
+      if constexpr (IsRecord<typename T::mapped_type>::value) {
+        columns = columnsOf<typename T::mapped_type>();
+        columns.insert(columns.begin(), Column{"Name"});
+      }
+      out.table({field.json_name,
+                 title + stateOf(entries.size(), value.has_value(), key.c_str(),
+                                 (key + "s").c_str()),
+                 columns, entries.size(), value.has_value()},
+                [&](size_t i) { return entryCells(key.c_str(), *entries[i]); });
     } else {
-      json.member(field.json_name, toJson(*value));
+      std::string text = "absent";
+      if constexpr (IsRecord<T>::value) {
+        std::vector<std::string> parts;
+        if (value) {
+          visitFields([&parts](const char* name,
+                               const auto& v) { parts.push_back(absl::StrCat(name, " ", v)); },
+                      *value);
+          text = absl::StrJoin(parts, ", ");
+        }
+      } else if constexpr (std::is_integral<T>::value) {
+        if (value) text = absl::StrFormat("%u (0x%x)", *value, *value);
+      } else if (value) {
+        text = value->empty() ? "present but empty" : quoteText(*value);
+      }
+      out.value(title, {{field.json_name, value ? toJson(*value) : Json(), text}});
     }
   });
-  json.end();
+  out.end();
 }
 
 std::function<int()> declareDebug(CLI::App& app) {
   auto args = declareFileArgs(app, "--json");
   return [args] {
     ELF elf = loadImage(args->file);
-    args->flag ? writeJson(elf, std::cout) : writeText(elf, std::cout);
+    writeDebug(elf, *makePrinter(args->flag, std::cout));
     return kExitOk;
   };
 }

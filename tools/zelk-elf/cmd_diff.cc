@@ -15,7 +15,7 @@
 #include "absl/strings/str_format.h"
 #include "elf/debug_fields.h"
 #include "tools/zelk-elf/image_view.h"
-#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/printer.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
@@ -297,7 +297,7 @@ void compareDebugFields(Differ& differ, const ELF& a, const ELF& b) {
     } else if constexpr (IsMap<T>::value) {
       const std::string key = keyNameOf(field.json_name);
       compareEntries(differ, field.json_name, pointer(x), pointer(y),
-                     [&key](const auto& entry) { return entryJson(key.c_str(), entry); });
+                     [&key](const auto& entry) { return jsonOf(entryCells(key.c_str(), entry)); });
     } else {
       differ.values(field.json_name, x ? toJson(*x) : Json(), y ? toJson(*y) : Json());
     }

@@ -5,165 +5,107 @@
 #include "absl/strings/str_format.h"
 #include "absl/strings/str_join.h"
 #include "tools/zelk-elf/image_view.h"
-#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/printer.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {
 namespace cli {
 namespace {
 
-void writeText(const ELF& elf, const ImageView& image, std::ostream& out) {
+std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
+std::string offset(uint64_t value) { return absl::StrFormat("%06x", value); }
+
+void writeInfo(const ELF& elf, const ImageView& image, Printer& out) {
   const int digits = image.is_64_bit ? 16 : 8;
-  const auto hex = [digits](uint64_t value) {
-    return absl::StrFormat("%0*x", digits, value);
-  };
+  const auto address = [digits](uint64_t value) { return absl::StrFormat("%0*x", digits, value); };
   const ValueName type = fileTypeName(elf.getType());
-  out << "ELF header:\n  Class:      " << image.className()
-      << "\n  Byte order: " << image.byteOrderName()
-      << "\n  Type:       " << elf.getType() << " (" << type.short_name << ", "
-      << type.long_name << ")\n"
-      << absl::StrFormat("  Machine:    0x%04x (%u)\n", elf.getMachine(),
-                         elf.getMachine())
-      << "  Entry:      " << hexValue(elf.getEntry(), digits) << "\n";
+  out.line("ELF header:");
+  out.value("  Class:      ", {{"class", image.className(), image.className()}});
+  out.value("  Byte order: ", {{"byte_order", image.byteOrderName(), image.byteOrderName()}});
+  out.value("  Type:       ",
+            {{"type", elf.getType(),
+              absl::StrCat(elf.getType(), " (", type.short_name, ", ", type.long_name, ")")},
+             jsonOnly("type_name", type.long_name)});
+  out.value("  Machine:    ", {{"machine", elf.getMachine(),
+                                absl::StrFormat("0x%04x (%u)", elf.getMachine(),
+                                                elf.getMachine())}});
+  out.value("  Entry:      ", {{"entry", elf.getEntry(), hexValue(elf.getEntry(), digits)}});
+
   const std::vector<SectionView>& sections = image.sections;
-  out << "\nSections (" << sections.size() << "):\n";
-  printTable(out, "  ",
-             {false, false, false, false, false, false, false, false, true},
-             sections.size() + 1, [&](size_t row) -> std::vector<std::string> {
-               if (row == 0) {
-                 return {"[Nr]",   "Name", "Type", "Flags", "Address",
-                         "Offset", "Size", "Held", "Align"};
-               }
-               const SectionView& s = sections[row - 1];
-               return {absl::StrFormat("[%2u]", row - 1),
-                       escapeText(s.name),
-                       sectionTypeName(s.type).short_name,
-                       sectionFlagLetters(s.flags),
-                       hex(s.address),
-                       absl::StrFormat("%06x", s.offset),
-                       absl::StrFormat("%06x", s.size),
-                       absl::StrFormat("%06x", s.bytes.size()),
-                       absl::StrCat(s.alignment)};
-             });
-  out << "  Size is the recorded size, Held the bytes the image holds.\n"
-         "  Flags: W write, A alloc, X execute, M merge, S strings, I info "
-         "link,\n"
-         "  L link order, O OS-specific, G group, T TLS, C compressed, "
-         "x unknown.\n";
+  std::vector<Column> columns = {{"[Nr]"}, {"Name"},   {"Type"}, {"Flags"}, {"Address"},
+                                 {"Offset"}, {"Size"}, {"Held"}, {"Align", true}};
+  out.table({"sections", absl::StrCat("\nSections (", sections.size(), "):"), columns,
+             sections.size(), true, true},
+            [&](size_t i) -> Cells {
+              const SectionView& s = sections[i];
+              return {{"index", i, rowNumber(i)},
+                      {"name", byteString(s.name), escapeText(s.name)},
+                      {"type", s.type, sectionTypeName(s.type).short_name},
+                      jsonOnly("type_name", sectionTypeName(s.type).long_name),
+                      {"flags", s.flags, sectionFlagLetters(s.flags)},
+                      jsonOnly("flag_names", sectionFlagNames(s.flags)),
+                      {"address", s.address, address(s.address)},
+                      {"offset", s.offset, offset(s.offset)},
+                      {"recorded_size", s.size, offset(s.size)},
+                      {"bytes_held", s.bytes.size(), offset(s.bytes.size())},
+                      {"alignment", s.alignment, absl::StrCat(s.alignment)}};
+            });
+  out.line("  Size is the recorded size, Held the bytes the image holds.\n"
+           "  Flags: W write, A alloc, X execute, M merge, S strings, I info link,\n"
+           "  L link order, O OS-specific, G group, T TLS, C compressed, x unknown.");
 
   const std::vector<SegmentView>& segments = image.segments;
-  out << "\nSegments (" << segments.size() << "):\n";
-  if (!segments.empty()) {
-    printTable(out, "  ", std::vector<bool>(10, false), segments.size() + 1,
-               [&](size_t row) -> std::vector<std::string> {
-                 if (row == 0) {
-                   return {"[Nr]",     "Type",     "Offset",  "VirtAddr",
-                           "PhysAddr", "FileSize", "MemSize", "Flags",
-                           "Align",    "Sections"};
-                 }
-                 const SegmentView& g = segments[row - 1];
-                 std::vector<std::string> names;
-                 for (uint16_t index : g.sections) {
-                   names.push_back(escapeText(image.sectionName(index)));
-                 }
-                 return {absl::StrFormat("[%2u]", row - 1),
-                         segmentTypeName(g.type).short_name,
-                         absl::StrFormat("%06x", g.offset),
-                         hex(g.virtual_address),
-                         hex(g.physical_address),
-                         absl::StrFormat("%06x", g.file_size),
-                         absl::StrFormat("%06x", g.memory_size),
-                         segmentFlagLetters(g.flags),
-                         absl::StrFormat("0x%x", g.alignment),
-                         absl::StrJoin(names, " ")};
-               });
-  }
+  columns = {{"[Nr]"},    {"Type"},    {"Offset"}, {"VirtAddr"}, {"PhysAddr"},
+             {"FileSize"}, {"MemSize"}, {"Flags"},  {"Align"},    {"Sections"}};
+  out.table({"segments", absl::StrCat("\nSegments (", segments.size(), "):"), columns,
+             segments.size()},
+            [&](size_t i) -> Cells {
+              const SegmentView& g = segments[i];
+              Json members = Json::array();
+              std::vector<std::string> names;
+              for (uint16_t index : g.sections) {
+                members.push_back({{"index", index}, {"name", byteString(image.sectionName(index))}});
+                names.push_back(escapeText(image.sectionName(index)));
+              }
+              return {{"index", i, rowNumber(i)},
+                      {"type", g.type, segmentTypeName(g.type).short_name},
+                      jsonOnly("type_name", segmentTypeName(g.type).long_name),
+                      jsonOnly("flags", g.flags),
+                      jsonOnly("flag_names", segmentFlagNames(g.flags)),
+                      {"offset", g.offset, offset(g.offset)},
+                      {"virtual_address", g.virtual_address, address(g.virtual_address)},
+                      {"physical_address", g.physical_address, address(g.physical_address)},
+                      {"file_size", g.file_size, offset(g.file_size)},
+                      {"memory_size", g.memory_size, offset(g.memory_size)},
+                      textOnly(segmentFlagLetters(g.flags)),
+                      {"alignment", g.alignment, absl::StrFormat("0x%x", g.alignment)},
+                      {"sections", std::move(members), absl::StrJoin(names, " ")}};
+            });
 
-  if (elf.commentInfo) {
-    out << "\nComment lines (" << elf.commentInfo->size() << "):\n";
-    for (absl::string_view line : *elf.commentInfo) {
-      out << "  " << quoteText(line) << "\n";
-    }
-  } else {
-    out << "\nComment lines: none (no .comment data)\n";
-  }
-  if (elf.text) {
-    out << "Text: " << elf.text->size() << " bytes at "
-        << hexValue(elf.getTextAddr(), 8) << "\n";
-  } else {
-    out << "Text: none (no .text section)\n";
-  }
-}
-
-void writeJson(const ELF& elf, const ImageView& image, std::ostream& out) {
-  JsonStream json(out);
-  json.member("schema", 1);
-  json.member("class", image.className());
-  json.member("byte_order", image.byteOrderName());
-  json.member("type", elf.getType());
-  json.member("type_name", fileTypeName(elf.getType()).long_name);
-  json.member("machine", elf.getMachine());
-  json.member("entry", elf.getEntry());
-  json.beginArray("sections");
-  for (size_t i = 0; i < image.sections.size(); ++i) {
-    const SectionView& s = image.sections[i];
-    json.element({{"index", i},
-                  {"name", byteString(s.name)},
-                  {"type", s.type},
-                  {"type_name", sectionTypeName(s.type).long_name},
-                  {"flags", s.flags},
-                  {"flag_names", sectionFlagNames(s.flags)},
-                  {"address", s.address},
-                  {"offset", s.offset},
-                  {"recorded_size", s.size},
-                  {"bytes_held", s.bytes.size()},
-                  {"alignment", s.alignment}});
-  }
-  json.endArray();
-  json.beginArray("segments");
-  for (size_t i = 0; i < image.segments.size(); ++i) {
-    const SegmentView& g = image.segments[i];
-    Json sections = Json::array();
-    for (uint16_t index : g.sections) {
-      sections.push_back(
-          {{"index", index}, {"name", byteString(image.sectionName(index))}});
-    }
-    json.element({{"index", i},
-                  {"type", g.type},
-                  {"type_name", segmentTypeName(g.type).long_name},
-                  {"flags", g.flags},
-                  {"flag_names", segmentFlagNames(g.flags)},
-                  {"offset", g.offset},
-                  {"virtual_address", g.virtual_address},
-                  {"physical_address", g.physical_address},
-                  {"file_size", g.file_size},
-                  {"memory_size", g.memory_size},
-                  {"alignment", g.alignment},
-                  {"sections", std::move(sections)}});
-  }
-  json.endArray();
-  Json lines;  // null without .comment data
-  if (elf.commentInfo) {
-    lines = Json::array();
-    for (absl::string_view line : *elf.commentInfo) {
-      lines.push_back(byteString(line));
-    }
-  }
-  json.member("comment_lines", lines);
-  json.member("text", elf.text ? Json{{"address", elf.getTextAddr()},
-                                      {"size", elf.text->size()},
-                                      {"bytes", toHex(*elf.text)}}
-                               : Json());
-  json.end();
+  const auto* lines = pointer(elf.commentInfo);
+  out.table({"comment_lines",
+             lines ? absl::StrCat("\nComment lines (", lines->size(), "):")
+                   : "\nComment lines: none (no .comment data)",
+             {{""}}, lines ? lines->size() : 0, lines != nullptr},
+            [&](size_t i) -> Cells {
+              return {{"", byteString((*lines)[i]), quoteText((*lines)[i])}};
+            });
+  out.value("Text: ", {{"text",
+                        elf.text ? Json{{"address", elf.getTextAddr()},
+                                        {"size", elf.text->size()},
+                                        {"bytes", toHex(*elf.text)}}
+                                 : Json(),
+                        elf.text ? absl::StrCat(elf.text->size(), " bytes at ",
+                                                hexValue(elf.getTextAddr(), 8))
+                                 : "none (no .text section)"}});
+  out.end();
 }
 
 std::function<int()> declareInfo(CLI::App& app) {
   auto args = declareFileArgs(app, "--json", true);
   return [args] {
     ELF elf = loadImage(args->file, args->force);
-    ImageView image = viewOf(elf);
-    args->flag ? writeJson(elf, image, std::cout)
-               : writeText(elf, image, std::cout);
+    writeInfo(elf, viewOf(elf), *makePrinter(args->flag, std::cout));
     return kExitOk;
   };
 }

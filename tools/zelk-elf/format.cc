@@ -204,30 +204,6 @@ std::string rangeLabel(const BasicBlockRange& range) {
   return absl::StrCat(hexValue(range.start, 8), "..", hexValue(range.end, 8));
 }
 
-void printTable(std::ostream& out, absl::string_view indent,
-                const std::vector<bool>& right_aligned, size_t rows,
-                const std::function<std::vector<std::string>(size_t)>& row) {
-  std::vector<size_t> widths(right_aligned.size(), 0);
-  for (size_t r = 0; r < rows; ++r) {
-    std::vector<std::string> cells = row(r);
-    for (size_t i = 0; i < cells.size(); ++i) {
-      widths[i] = std::max(widths[i], std::min(cells[i].size(), kMaxColumnWidth));
-    }
-  }
-  std::string line;
-  for (size_t r = 0; r < rows; ++r) {
-    std::vector<std::string> cells = row(r);
-    line.assign(indent.data(), indent.size());
-    for (size_t i = 0; i < cells.size(); ++i) {
-      std::string padding(widths[i] - std::min(widths[i], cells[i].size()), ' ');
-      absl::StrAppend(&line, i > 0 ? " " : "", right_aligned[i] ? padding : "",
-                      cells[i], right_aligned[i] ? "" : padding);
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    out << line << '\n';
-  }
-}
-
 ValueName fileTypeName(uint16_t type) { return lookup(kFileTypes, type); }
 ValueName sectionTypeName(uint32_t type) { return lookup(kSectionTypes, type); }
 ValueName segmentTypeName(uint32_t type) { return lookup(kSegmentTypes, type); }

@@ -12,22 +12,6 @@ Json byteString(absl::string_view bytes) {
                           reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()))}};
 }
 
-Json toJson(const std::tuple<BasicBlockRange, BasicBlockRange>& edge) {
-  return {{"first", toJson(std::get<0>(edge))}, {"second", toJson(std::get<1>(edge))}};
-}
-
-Json entryJson(const char* key_name, const SourceMap::value_type& entry) {
-  Json strings = Json::array();
-  for (const std::string& text : entry.second) strings.push_back(byteString(text));
-  return {{key_name, byteString(entry.first)}, {"strings", std::move(strings)}};
-}
-
-Json entryJson(const char* key_name, const SymbolMap::value_type& entry) {
-  Json out = {{key_name, byteString(entry.first)}};
-  out.update(toJson(entry.second));
-  return out;
-}
-
 void JsonStream::startMember(absl::string_view key) {
   out_ << (first_ ? "\n  " : ",\n  ") << Json(std::string(key)).dump() << ": ";
   first_ = false;

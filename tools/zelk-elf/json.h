@@ -1,12 +1,11 @@
-// JSON through nlohmann::json: the records of the debug information as the
-// documents show them, and a writer that streams one document.
+// JSON through nlohmann::json: byte strings as the documents show them, and
+// a writer that streams one document.
 #ifndef ZELK_ELF_TOOLS_ZELK_ELF_JSON_H_
 #define ZELK_ELF_TOOLS_ZELK_ELF_JSON_H_
 
 #include <cstddef>
 #include <ostream>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -33,33 +32,12 @@ const T* pointer(const absl::optional<T>& field) {
 }
 
 // Values as `debug --json` shows them: integers as numbers, byte strings
-// as byteString, a record as an object laid out by layoutOf, a CFG edge as
-// {"first", "second"}.
+// as byteString; records and CFG edges in printer.h.
 template <typename T, std::enable_if_t<std::is_integral<T>::value, int> = 0>
 Json toJson(T value) {
   return value;
 }
 inline Json toJson(absl::string_view text) { return byteString(text); }
-Json toJson(const std::tuple<BasicBlockRange, BasicBlockRange>& edge);
-template <typename T, std::enable_if_t<IsRecord<T>::value, int> = 0>
-Json toJson(const T& record) {
-  std::vector<Json> fields;
-  visitFields([&fields](const char*, const auto& field) { fields.push_back(toJson(field)); },
-              record);
-  Json out = Json::object();
-  for (const LayoutMember& member : layoutOf<T>()) {
-    Json& value = out[member.name] = member.array ? Json::array() : fields[member.first];
-    for (size_t k = 0; member.array && k < member.count; ++k) {
-      value.push_back(fields[member.first + k]);
-    }
-  }
-  return out;
-}
-
-// A map entry as an object: the key under `key_name`, then the value's
-// members, or a list of strings as "strings".
-Json entryJson(const char* key_name, const SourceMap::value_type& entry);
-Json entryJson(const char* key_name, const SymbolMap::value_type& entry);
 
 // The name of a map's key in its entries: "source" in "source_map".
 inline std::string keyNameOf(absl::string_view map_name) {

@@ -107,14 +107,6 @@ bool isUtf8(absl::string_view text);
 std::string hexValue(uint64_t value, int digits);
 // "0x00000010..0x00000020": a block range as the producer wrote its bounds.
 std::string rangeLabel(const BasicBlockRange& range);
-// Prints rows in columns padded to their widest cell, but never wider than
-// kMaxColumnWidth: a longer cell runs on and pushes the rest of its row
-// right, so one long name cannot pad every row. `row(i)` is called to
-// measure and again to print, so the table is never held whole.
-constexpr size_t kMaxColumnWidth = 32;
-void printTable(std::ostream& out, absl::string_view indent,
-                const std::vector<bool>& right_aligned, size_t rows,
-                const std::function<std::vector<std::string>(size_t)>& row);
 // Map entries sorted by key, since the maps' own order is unspecified.
 template <typename Map>
 std::vector<const typename Map::value_type*> sortedEntries(const Map& map) {
