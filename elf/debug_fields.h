@@ -5,11 +5,14 @@
 #ifndef ZELK_ELF_ELF_DEBUG_FIELDS_H_
 #define ZELK_ELF_ELF_DEBUG_FIELDS_H_
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <tuple>
+#include <unordered_map>
+#include <vector>
 
 #include "absl/status/status.h"
 #include "absl/strings/string_view.h"
@@ -65,6 +68,34 @@ inline constexpr auto kDebugSectionNames = std::apply(
       return std::array<absl::string_view, kDebugFieldCount>{fields.section...};
     },
     kDebugFields);
+
+// The shapes a field's value takes beyond records and vectors: the source
+// and symbol maps, and a CFG edge.
+template <typename T>
+struct IsMap : std::false_type {};
+template <typename V>
+struct IsMap<std::unordered_map<std::string, V>> : std::true_type {};
+template <typename T>
+struct IsTuple : std::false_type {};
+template <typename... Ts>
+struct IsTuple<std::tuple<Ts...>> : std::true_type {};
+
+// A map's entries sorted by key: the maps have no order of their own, and
+// what the tools and scripts show should not change from run to run.
+template <typename Map>
+std::vector<const typename Map::value_type*> sortedEntries(const Map& map) {
+  std::vector<const typename Map::value_type*> entries;
+  entries.reserve(map.size());
+  for (const auto& entry : map) entries.push_back(&entry);
+  std::sort(entries.begin(), entries.end(),
+            [](const auto* a, const auto* b) { return a->first < b->first; });
+  return entries;
+}
+
+// A field's name as the tools and messages spell it: "addr" is "address".
+inline std::string writtenOut(absl::string_view field) {
+  return field == "addr" ? "address" : std::string(field);
+}
 
 // Decodes the first section of each name that the image holds into its
 // field; the fields must all be empty. Stops at the first payload refused,

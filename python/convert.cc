@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
+#include "elf/debug_fields.h"
 
 namespace zelk_elf {
 namespace python {
@@ -69,20 +70,6 @@ void forEachEntry(py::handle value, const char* what, Add&& add) {
     py::object item = value[key];
     add(key, item);
   }
-}
-
-// A dict in key order. The maps have no order of their own; sorted keys make
-// what a script prints the same from one run to the next.
-template <typename Map, typename Convert>
-py::dict sortedDict(const Map& map, Convert&& convert) {
-  std::vector<const typename Map::value_type*> entries;
-  entries.reserve(map.size());
-  for (const auto& entry : map) entries.push_back(&entry);
-  std::sort(entries.begin(), entries.end(),
-            [](const auto* a, const auto* b) { return a->first < b->first; });
-  py::dict out;
-  for (const auto* entry : entries) out[toStr(entry->first)] = convert(entry->second);
-  return out;
 }
 
 }  // namespace
@@ -161,19 +148,6 @@ namespace {
 // tuple, a vector or a list record a list, a map a dict in key order.
 // `what` names the value in messages: "swp_info", "SpillLoc.addr".
 
-template <typename T>
-struct IsVector : std::false_type {};
-template <typename T>
-struct IsVector<std::vector<T>> : std::true_type {};
-template <typename T>
-struct IsTuple : std::false_type {};
-template <typename... Ts>
-struct IsTuple<std::tuple<Ts...>> : std::true_type {};
-template <typename T>
-struct IsMap : std::false_type {};
-template <typename V>
-struct IsMap<std::unordered_map<std::string, V>> : std::true_type {};
-
 template <typename Record>
 constexpr size_t fieldCount() {
   return std::tuple_size<decltype(Fields<Record>::kList)>::value;
@@ -187,12 +161,6 @@ template <typename Record>
 constexpr bool isWrapper() {
   return fieldCount<Record>() == 1 &&
          (IsVector<FirstType<Record>>::value || std::is_integral<FirstType<Record>>::value);
-}
-
-// Messages name an element of a list of one-integer records by its list and
-// the field written out: "swp_info address".
-std::string spelledOut(const char* field) {
-  return std::string(field) == "addr" ? "address" : field;
 }
 
 template <typename T>
@@ -226,7 +194,10 @@ py::object toPython(const T& value) {
     return std::move(out);
   } else {
     static_assert(IsMap<T>::value, "no Python form for this type");
-    return sortedDict(value, [](const auto& v) { return toPython(v); });
+    // In key order, so what a script prints is the same from run to run.
+    py::dict out;
+    for (const auto* entry : sortedEntries(value)) out[toStr(entry->first)] = toPython(entry->second);
+    return std::move(out);
   }
 }
 
@@ -242,7 +213,7 @@ T recordFromPython(py::handle value, const std::string& what) {
   if constexpr (isWrapper<T>()) {
     using Field = FirstType<T>;
     const std::string element =
-        IsVector<Field>::value ? what : what + " " + spelledOut(std::get<0>(Fields<T>::kList).name);
+        IsVector<Field>::value ? what : what + " " + writtenOut(std::get<0>(Fields<T>::kList).name);
     record.*(std::get<0>(Fields<T>::kList).member) = fromPython<Field>(value, element);
   } else {
     const std::vector<py::object> f = recordFields(value, fieldCount<T>(), Fields<T>::kName);

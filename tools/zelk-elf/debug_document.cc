@@ -10,7 +10,7 @@
 #include "absl/strings/str_cat.h"
 #include "elf/debug_fields.h"
 #include "serialize/containers.h"
-#include "tools/zelk-elf/json.h"
+#include "tools/zelk-elf/printer.h"
 #include "tools/zelk-elf/tool.h"
 
 namespace zelk_elf {

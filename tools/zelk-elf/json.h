@@ -11,7 +11,6 @@
 
 #include "absl/strings/string_view.h"
 #include "nlohmann/json.hpp"
-#include "tools/zelk-elf/record_layout.h"
 #include "zelk_elf/elf.h"
 
 namespace zelk_elf {

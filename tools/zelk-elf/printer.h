@@ -14,6 +14,8 @@
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_join.h"
+#include "absl/strings/ascii.h"
+#include "elf/debug_fields.h"
 #include "tools/zelk-elf/json.h"
 #include "tools/zelk-elf/tool.h"
 
@@ -70,6 +72,54 @@ class Printer {
 // To `out`; a JSON document starts with "schema": 1.
 std::unique_ptr<Printer> makePrinter(bool json, std::ostream& out);
 
+// How a debug record is laid out, derived from its field list: the members
+// of its JSON object and the columns of its text table.
+// - a field's member is its name written out ("addr" is "address");
+// - more than two fields named base0, base1, ... form one array member
+//   "bases" (a latency location's four values; id0 and id1 stay two);
+// - a column shows an address field (addr, start, end) in hex, another
+//   integer right-aligned, a string quoted, an array member joined by
+//   spaces; its header is the member name, capitalised.
+struct LayoutMember {
+  std::string name;
+  size_t first = 0;  // fields [first, first + count)
+  size_t count = 1;
+  bool array = false;
+};
+
+inline bool isAddressField(absl::string_view member) {
+  return member == "address" || member == "start" || member == "end";
+}
+
+// The members of record type T, in field order.
+template <typename T>
+const std::vector<LayoutMember>& layoutOf() {
+  static const std::vector<LayoutMember> kLayout = [] {
+    std::vector<absl::string_view> fields;
+    const T sample{};
+    visitFields([&](const char* name, const auto&) { fields.emplace_back(name); }, sample);
+    // "base" for a numbered field "base2", empty for any other.
+    const auto base = [&fields](size_t i) {
+      const absl::string_view field = fields[i];
+      const size_t end = field.find_last_not_of("0123456789") + 1;
+      return end == field.size() ? absl::string_view() : field.substr(0, end);
+    };
+    std::vector<LayoutMember> members;
+    for (size_t i = 0, run; i < fields.size(); i += run) {
+      run = 1;
+      while (!base(i).empty() && i + run < fields.size() && base(i + run) == base(i)) ++run;
+      if (run > 2) {
+        members.push_back({absl::StrCat(writtenOut(base(i)), "s"), i, run, true});
+      } else {
+        members.push_back({writtenOut(fields[i]), i, 1, false});
+        run = 1;
+      }
+    }
+    return members;
+  }();
+  return kLayout;
+}
+
 // A record's cells, as its layout lays it out: addresses in hex, other
 // integers in decimal, strings quoted, array members joined by spaces; and
 // the columns they go under.
@@ -113,8 +163,9 @@ std::vector<Column> columnsOf() {
     std::vector<Column> columns;
     const Cells sample = cellsOf(T{});
     for (const Cell& cell : sample) {
-      columns.push_back({headerOf(cell.key),
-                         cell.value.is_number() && !isAddressField(cell.key)});
+      std::string header = cell.key;
+      header[0] = absl::ascii_toupper(header[0]);
+      columns.push_back({header, cell.value.is_number() && !isAddressField(cell.key)});
     }
     return columns;
   } else {

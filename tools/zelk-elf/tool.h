@@ -2,7 +2,6 @@
 #ifndef ZELK_ELF_TOOLS_ZELK_ELF_TOOL_H_
 #define ZELK_ELF_TOOLS_ZELK_ELF_TOOL_H_
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <iostream>
@@ -107,16 +106,6 @@ bool isUtf8(absl::string_view text);
 std::string hexValue(uint64_t value, int digits);
 // "0x00000010..0x00000020": a block range as the producer wrote its bounds.
 std::string rangeLabel(const BasicBlockRange& range);
-// Map entries sorted by key, since the maps' own order is unspecified.
-template <typename Map>
-std::vector<const typename Map::value_type*> sortedEntries(const Map& map) {
-  std::vector<const typename Map::value_type*> entries;
-  for (const auto& entry : map) entries.push_back(&entry);
-  std::sort(entries.begin(), entries.end(),
-            [](const auto* a, const auto* b) { return a->first < b->first; });
-  return entries;
-}
-
 // Names of ELF values: readelf-style for text ("PROGBITS", hex when unknown)
 // and spelled out for JSON ("program_bits", "unknown").
 struct ValueName {
