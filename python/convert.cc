@@ -267,29 +267,26 @@ T fromPython(py::handle value, const std::string& what) {
 
 }  // namespace
 
-template <typename T>
-py::object debugFieldToPython(const T& value) {
-  return toPython(value);
+py::object getDebugField(const ELF& elf, size_t index) {
+  py::object out = py::none();
+  forEachDebugField([&](size_t i, const auto& field) {
+    const auto& value = elf.*field.member;
+    if (i == index && value) out = toPython(*value);
+  });
+  return out;
 }
 
-template <typename T>
-T debugFieldFromPython(py::handle value, const char* python_name) {
-  return fromPython<T>(value, python_name);
+void setDebugField(ELF& elf, size_t index, py::handle value) {
+  forEachDebugField([&](size_t i, const auto& field) {
+    using T = typename std::decay_t<decltype(field)>::Type;
+    if (i != index) return;
+    if (value.is_none()) {
+      (elf.*field.member).reset();
+    } else {
+      elf.*field.member = fromPython<T>(value, field.python_name);
+    }
+  });
 }
-
-#define ZELK_PYTHON_FIELD_TYPE(T)                                 \
-  template py::object debugFieldToPython<T>(const T&);            \
-  template T debugFieldFromPython<T>(py::handle, const char*);
-ZELK_PYTHON_FIELD_TYPE(DebugInfoID)
-ZELK_PYTHON_FIELD_TYPE(SpillInfo)
-ZELK_PYTHON_FIELD_TYPE(SWPInfo)
-ZELK_PYTHON_FIELD_TYPE(ControlFlowGraph)
-ZELK_PYTHON_FIELD_TYPE(SourceMap)
-ZELK_PYTHON_FIELD_TYPE(SymbolMap)
-ZELK_PYTHON_FIELD_TYPE(uint32_t)
-ZELK_PYTHON_FIELD_TYPE(std::string)
-ZELK_PYTHON_FIELD_TYPE(LatencyInfo)
-#undef ZELK_PYTHON_FIELD_TYPE
 
 }  // namespace python
 }  // namespace zelk_elf

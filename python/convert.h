@@ -65,13 +65,12 @@ class ByteBuffer {
 // A copy of `bytes` as a Python bytes object.
 py::bytes toBytes(absl::Span<const uint8_t> bytes);
 
-// A debug field's value as Python sees it (the package's named tuples,
-// lists and dicts, see zelk_elf/__init__.py), and back; `python_name` names
-// the property in messages. Defined for the value type of each debug field.
-template <typename T>
-py::object debugFieldToPython(const T& value);
-template <typename T>
-T debugFieldFromPython(py::handle value, const char* python_name);
+// The value of row `index` of the debug-field table as Python sees it (the
+// package's named tuples, lists and dicts, see zelk_elf/__init__.py), None
+// when absent; and its assignment, None making it absent. The new value is
+// converted whole first, so a refused one leaves the field as it was.
+py::object getDebugField(const ELF& elf, size_t index);
+void setDebugField(ELF& elf, size_t index, py::handle value);
 
 }  // namespace python
 }  // namespace zelk_elf

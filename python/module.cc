@@ -57,27 +57,12 @@ auto onLive(F f) {
   return OnLive<decltype(&F::operator())>::wrap(std::move(f));
 }
 
-// Each debug field as a property: None when absent; assigning None makes it
-// absent. The new value is converted whole before it replaces the old one,
-// so a refused assignment leaves the field as it was.
+// Each debug field as a property.
 void defDebugFields(py::class_<ELF>& cls) {
-  forEachDebugField([&cls](size_t, const auto& field) {
-    using T = typename std::decay_t<decltype(field)>::Type;
-    const auto member = field.member;
-    const char* name = field.python_name;
+  forEachDebugField([&cls](size_t index, const auto& field) {
     cls.def_property(
-        name,
-        onLive([member](const ELF& elf) -> py::object {
-          const absl::optional<T>& value = elf.*member;
-          return value ? debugFieldToPython(*value) : py::none();
-        }),
-        onLive([member, name](ELF& elf, py::handle value) {
-          if (value.is_none()) {
-            (elf.*member).reset();
-          } else {
-            elf.*member = debugFieldFromPython<T>(value, name);
-          }
-        }),
+        field.python_name, onLive([index](const ELF& elf) { return getDebugField(elf, index); }),
+        onLive([index](ELF& elf, py::handle value) { setDebugField(elf, index, value); }),
         absl::StrCat("The value of ", field.section, ", or None when the image has none.")
             .c_str());
   });
