@@ -12,9 +12,9 @@
 #include <tuple>
 #include <vector>
 
+#include "absl/strings/ascii.h"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_join.h"
-#include "absl/strings/ascii.h"
 #include "elf/debug_fields.h"
 #include "tools/zelk-elf/json.h"
 #include "tools/zelk-elf/tool.h"
@@ -22,9 +22,9 @@
 namespace zelk_elf {
 namespace cli {
 
-// One value: member `key` of the JSON object (none when null; "" makes the
-// value the whole element) and `text` in the text row (none unless
-// `in_text`).
+// One value: `value` as member `key` of the JSON object (nullptr: text
+// only; "": the value is the whole element), and `text` in the text row
+// unless not `in_text`.
 struct Cell {
   const char* key;
   Json value;
