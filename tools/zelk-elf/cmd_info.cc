@@ -64,8 +64,12 @@ void writeInfo(const ELF& elf, const ImageView& image, Printer& out) {
               Json members = Json::array();
               std::vector<std::string> names;
               for (uint16_t index : g.sections) {
-                members.push_back({{"index", index}, {"name", byteString(image.sectionName(index))}});
-                names.push_back(escapeText(image.sectionName(index)));
+                const absl::string_view name = image.sectionName(index);
+                if (out.json()) {
+                  members.push_back({{"index", index}, {"name", byteString(name)}});
+                } else {
+                  names.push_back(escapeText(name));
+                }
               }
               return {{"index", i, rowNumber(i)},
                       {"type", g.type, segmentTypeName(g.type).short_name},

@@ -1,7 +1,6 @@
 // Parsing arguments and formatting text: numbers, hex data, quoted strings,
 // tables, and the names of ELF values.
 #include <algorithm>
-#include <array>
 
 #include "absl/strings/escaping.h"
 #include "absl/strings/match.h"
@@ -137,20 +136,25 @@ std::string toHex(absl::Span<const uint8_t> bytes) {
 }
 
 std::string escapeText(absl::string_view text, absl::string_view also) {
-  // Which bytes take an escape; runs of the others are copied whole, as
-  // names may be megabytes long.
-  std::array<bool, 256> escaped;
-  for (size_t b = 0; b < escaped.size(); ++b) escaped[b] = b < 0x20 || b >= 0x7f;
-  for (char c : also) escaped[static_cast<uint8_t>(c)] = true;
+  // Runs of bytes that need no escape are copied whole, as names may be
+  // megabytes long; the printable ones of `also` are found in a bit mask.
+  uint64_t also_mask[2] = {0, 0};
+  for (char c : also) {
+    if (static_cast<uint8_t>(c) < 0x80) also_mask[c >> 6] |= uint64_t{1} << (c & 63);
+  }
+  const auto escaped = [&also_mask](char c) {
+    const auto byte = static_cast<uint8_t>(c);
+    return byte < 0x20 || byte >= 0x7f || (also_mask[byte >> 6] >> (byte & 63) & 1) != 0;
+  };
   std::string out;
   out.reserve(text.size());
   size_t run = 0;
   for (size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
-    const auto byte = static_cast<uint8_t>(c);
-    if (!escaped[byte]) continue;
+    if (!escaped(c)) continue;
     out.append(text.data() + run, i - run);
     run = i + 1;
+    const auto byte = static_cast<uint8_t>(c);
     if (c == '\n' || c == '\t' || c == '\r') {
       out += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
     } else if (byte < 0x20 || byte >= 0x7f) {

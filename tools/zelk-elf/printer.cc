@@ -63,6 +63,7 @@ class TextPrinter : public Printer {
     }
   }
   void end() override {}
+  bool json() const override { return false; }
 
  private:
   std::ostream& out_;
@@ -85,6 +86,7 @@ class JsonPrinter : public Printer {
     json_.endArray();
   }
   void end() override { json_.end(); }
+  bool json() const override { return true; }
 
  private:
   JsonStream json_;
@@ -97,12 +99,12 @@ std::unique_ptr<Printer> makePrinter(bool json, std::ostream& out) {
   return std::make_unique<TextPrinter>(out);
 }
 
-Json jsonOf(const Cells& cells) {
+Json jsonOf(Cells cells) {
   Json out = Json::object();
-  for (const Cell& cell : cells) {
+  for (Cell& cell : cells) {
     if (cell.key == nullptr) continue;
-    if (*cell.key == '\0') return cell.value;
-    out[cell.key] = cell.value;
+    if (*cell.key == '\0') return std::move(cell.value);
+    out[cell.key] = std::move(cell.value);
   }
   return out;
 }

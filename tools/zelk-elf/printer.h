@@ -36,7 +36,7 @@ inline Cell textOnly(std::string text) { return {nullptr, Json(), std::move(text
 inline Cell jsonOnly(const char* key, Json value) { return {key, std::move(value), "", false}; }
 
 // The JSON object (or bare value) of a row.
-Json jsonOf(const Cells& cells);
+Json jsonOf(Cells cells);
 
 struct Column {
   std::string header;
@@ -67,6 +67,9 @@ class Printer {
   virtual void table(const Table& table, const std::function<Cells(size_t)>& row) = 0;
   // Ends the document; call once, last.
   virtual void end() = 0;
+  // Whether cells go out as JSON, for the rare cell too costly to make in
+  // both forms (a segment's thousands of section names).
+  virtual bool json() const = 0;
 };
 
 // To `out`; a JSON document starts with "schema": 1.
