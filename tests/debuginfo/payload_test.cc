@@ -10,6 +10,7 @@
 #include "absl/hash/hash.h"
 #include "debuginfo/codecs.h"
 #include "gtest/gtest.h"
+#include "support/test_support.h"
 #include "support/wire.h"
 #include "zelk_elf/debug_info.h"
 
@@ -17,6 +18,7 @@ namespace zelk_elf {
 namespace {
 
 using namespace zelk_test;
+using testing::crowdedKeys;
 
 struct Row {
   const char* payload;
@@ -46,19 +48,6 @@ BasicBlockRange R(uint32_t a, uint32_t b) { return {a, b}; }
 std::string ends(int size, const char* inside, int at) {
   return "payload of " + std::to_string(size) + " bytes ends inside " + inside + " at offset " +
          std::to_string(at);
-}
-
-// `count` keys that share one bucket of a symbol map reserved for `count`,
-// as a decoder reserves it: found by trying names, as a flood would be built.
-std::vector<std::string> crowdedKeys(size_t count) {
-  SymbolMap probe;
-  probe.reserve(count);
-  std::vector<std::string> keys;
-  for (int i = 0; keys.size() < count; ++i) {
-    const std::string key = "k" + std::to_string(i);
-    if (probe.bucket(key) == probe.bucket("k0")) keys.push_back(key);
-  }
-  return keys;
 }
 
 // A symbol map payload of `keys` in order, each at the address of its place.
@@ -97,6 +86,7 @@ TEST(PayloadTest, EveryKind) {
       decodes("spill, empty", {}, SpillInfo()),
       refuses<SpillInfo>("spill", Cat({Bytes(14, 0), U32(1), B({0, 0}), U64(9), B({'x'})}),
                          ends(29, "an element", 14)),
+      refuses<SpillInfo>("spill", B({0x10, 0, 0, 0, 2}), ends(5, "an element", 0)),
       decodes("swp", B({1, 0, 0, 0, 2, 0, 0, 0}), SWPInfo{{{1}, {2}}}),
       decodes("swp, empty", {}, SWPInfo()),
       refuses<SWPInfo>("swp", Bytes(6, 0), ends(6, "an element", 4)),
@@ -108,6 +98,7 @@ TEST(PayloadTest, EveryKind) {
       decodes("latency", Cat({U32(0x01020304), B({5, 6, 7, 8, 9})}),
               LatencyInfo{{{0x01020304, 5, 6, 7, 8, 9}}}),
       refuses<LatencyInfo>("latency", Bytes(10, 0), ends(10, "an element", 9)),
+      refuses<LatencyInfo>("latency", B({8, 0, 0, 0, 1}), ends(5, "an element", 0)),
       decodes("src", Cat({U64(1), Str("a.zc"), U64(2), Str("x = 1"), Str("")}),
               SourceMap{{"a.zc", {"x = 1", ""}}}),
       decodes("src, empty", U64(0), SourceMap()),
@@ -115,6 +106,7 @@ TEST(PayloadTest, EveryKind) {
               Cat({U64(2), Str("k"), U64(1), Str("1"), Str("k"), U64(0)}), SourceMap{{"k", {"1"}}},
               false),
       refuses<SourceMap>("src", Bytes(7, 0), ends(7, "a value", 0)),
+      refuses<SourceMap>("src", Bytes(5, 0), ends(5, "a value", 0)),
       refuses<SourceMap>("src", U64(2),
                          "payload of 8 bytes cannot hold what the count claims at offset 0"),
       refuses<SourceMap>("src", Cat({U64(1), Str("a"), U64(3), Str("x")}),
@@ -130,6 +122,7 @@ TEST(PayloadTest, EveryKind) {
       decodes("verifyinfo, empty", U64(0), std::string()),
       refuses<std::string>("verifyinfo", Cat({U64(3), B({'o', 'k'})}), ends(10, "a value", 0)),
       refuses<std::string>("verifyinfo", Bytes(7, 0), ends(7, "a value", 0)),
+      refuses<std::string>("verifyinfo", B({2, 0, 0, 0, 0}), ends(5, "a value", 0)),
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.payload);

@@ -121,9 +121,11 @@ TEST(LoadRulesTest, EditsOfABasicImage) {
       {[](ElfBuilder&, Bytes& o) { o[3] = 'f'; }, "not an ELF image (no ELF magic number)"},
       {[](ElfBuilder&, Bytes& o) { o.resize(15); },
        "ELF identification cut short (15 of 16 bytes)"},
+      {[](ElfBuilder&, Bytes& o) { o.resize(5); }, "ELF identification cut short (5 of 16 bytes)"},
       {[](ElfBuilder&, Bytes& o) { o.resize(16); }, "ELF header cut short (16 of 64 bytes)"},
       {[](ElfBuilder&, Bytes& o) { o[4] = 3; }, "unknown ELF class 3"},
       {[](ElfBuilder&, Bytes& o) { o[5] = 0; }, "unknown ELF byte order 0"},
+      {[](ElfBuilder&, Bytes& o) { o[5] = 3; }, "unknown ELF byte order 3"},
       {[](ElfBuilder&, Bytes& o) { o.resize(63); }, "ELF header cut short (63 of 64 bytes)"},
       {rebuilt([&](ElfBuilder& b) { b.h.phentsize = 55, b.segments = {load}; }),
        "program header entry size 55 is below the record size 56"},
@@ -288,9 +290,8 @@ struct LimitedBuf : std::stringbuf {
 TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
   const std::string too_big =
       "the image would pass 4294967295 bytes, the largest it can be (placing section 2 ";
-  const auto at = [](Section& s, uint64_t address) { setAddress(s, address); };
-  const auto text = [at](Image& i, uint64_t segment, uint64_t address) {
-    at(addLoaded(i, {1, 2, 3, 4}, 4), address), i.segments()[0].header.vaddr = segment;
+  const auto text = [](Image& i, uint64_t segment, uint64_t address) {
+    setAddress(addLoaded(i, {1, 2, 3, 4}, 4), address), i.segments()[0].header.vaddr = segment;
   };
   const struct {
     const char* edit;
@@ -308,7 +309,8 @@ TEST(LayoutTest, RefusesOnlyWhatCannotBePlaced) {
       {"inside its segment", [&](Image& i) { text(i, 0x8000, 0x8040); }, 0x1060},
       {"overlapping addresses",
        [&](Image& i) {
-         at(addLoaded(i, Bytes(16, 1), 4), 0), at(addData(i, ".u", Bytes(16, 2)), 8);
+         setAddress(addLoaded(i, Bytes(16, 1), 4), 0);
+         setAddress(addData(i, ".u", Bytes(16, 2)), 8);
          i.segments()[0].addSectionIndex(3, 1);
        },
        0, "section 3 (\".u\") at address 0x8 overlaps what segment 0 places before it"},

@@ -84,6 +84,19 @@ inline ELF richELF() {
   return elf;
 }
 
+// `count` keys sharing one bucket of a symbol map reserved for `count`, as a
+// decoder reserves it: found by trying names, as a flood would be built.
+inline std::vector<std::string> crowdedKeys(size_t count) {
+  SymbolMap probe;
+  probe.reserve(count);
+  std::vector<std::string> keys;
+  for (int i = 0; keys.size() < count; ++i) {
+    const std::string key = "k" + std::to_string(i);
+    if (probe.bucket(key) == probe.bucket("k0")) keys.push_back(key);
+  }
+  return keys;
+}
+
 inline bool sameDebugInfo(const ELF& a, const ELF& b) {
   return a.dbgID == b.dbgID && a.spillInfo == b.spillInfo && a.swpInfo == b.swpInfo &&
          a.cfgInfo == b.cfgInfo && a.srcInfo == b.srcInfo && a.symInfo == b.symInfo &&
