@@ -6,6 +6,8 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 SHARED = Path(os.environ.get("ZELK_ELF_SHARED_DIR", ROOT.parent / "shared"))
 CORPUS = SHARED / "corpus" / "real"
+FIELDS = ["dbg_id", "spill_info", "swp_info", "cfg_info", "src_info",
+          "sym_info", "pm_size", "verify_info", "latency_info"]
 
 
 def corpus_files():

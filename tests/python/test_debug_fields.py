@@ -6,16 +6,8 @@ import re
 import pytest
 
 import zelk_elf
-from zelk_elf import (
-    BasicBlockRange,
-    DebugInfoID,
-    LatencyInfoLoc,
-    SpillLoc,
-    SymbolAddr,
-)
-
-FIELDS = ["dbg_id", "spill_info", "swp_info", "cfg_info", "src_info",
-          "sym_info", "pm_size", "verify_info", "latency_info"]
+from conftest import FIELDS
+from zelk_elf import BasicBlockRange, DebugInfoID, LatencyInfoLoc, SpillLoc, SymbolAddr
 
 
 # field, value (with the extremes of every width), its section. The payload
@@ -56,24 +48,24 @@ def test_field_saves_its_section_and_reloads(field, value, section):
     assert [name for name in saved.sections if name.startswith(".zelk.dbg.")] == [section]
 
 
-def test_plain_tuples_and_iterables_are_accepted():
-    elf = zelk_elf.Elf()
-    elf.dbg_id = (1, 2, 3)
-    elf.cfg_info = (((1, 2), (3, 4)) for _ in range(2))
-    elf.sym_info = {"s": (1, 2)}
-    assert elf.dbg_id == DebugInfoID(1, 2, 3)
-    assert type(elf.dbg_id) is DebugInfoID
-    assert elf.cfg_info == [(BasicBlockRange(1, 2), BasicBlockRange(3, 4))] * 2
-    assert type(elf.sym_info["s"]) is SymbolAddr
+# field, value given (plain tuples, any iterable, None), value read back
+GIVEN = [
+    ("dbg_id", (1, 2, 3), DebugInfoID(1, 2, 3)),
+    ("cfg_info", (((1, 2), (3, 4)) for _ in range(2)),
+     [(BasicBlockRange(1, 2), BasicBlockRange(3, 4))] * 2),
+    ("sym_info", {"s": (1, 2)}, {"s": SymbolAddr(1, 2)}),
+    ("swp_info", None, None),
+]
 
 
-def test_none_makes_a_field_absent_and_reads_are_copies():
+@pytest.mark.parametrize("field,given,read", GIVEN, ids=[row[0] for row in GIVEN])
+def test_given_values_are_converted_and_reads_are_copies(field, given, read):
     elf = zelk_elf.Elf()
     elf.swp_info = [1]
     elf.swp_info.append(2)  # a fresh list: the field is unchanged
     assert elf.swp_info == [1]
-    elf.swp_info = None
-    assert elf.swp_info is None
+    setattr(elf, field, given)
+    assert repr(getattr(elf, field)) == repr(read)
 
 
 # field, good value, refused value, exception, message

@@ -7,7 +7,7 @@ import sys
 from pathlib import Path
 
 import zelk_elf
-from conftest import ROOT
+from conftest import FIELDS, ROOT
 from zelk_elf import LatencyInfoLoc, SpillLoc
 
 CYCLES = 10_000
@@ -36,8 +36,7 @@ def sample_image():
 
 def cycle(data):
     elf = zelk_elf.load(data)
-    for name in ("dbg_id", "spill_info", "swp_info", "cfg_info", "src_info",
-                 "sym_info", "pm_size", "verify_info", "latency_info"):
+    for name in FIELDS:
         setattr(elf, name, getattr(elf, name))
     elf.sections[".text"], elf.text, elf.comment
     try:
