@@ -62,8 +62,7 @@ def test_set_section_takes_any_buffer_and_the_view_is_live():
 
 
 def test_text_and_section_contents_are_copies():
-    elf = zelk_elf.Elf()
-    elf.set_text(b"\1" * 8, 4)
+    elf = edited("set_text", b"\1" * 8, 4)
     text, section = elf.text, elf.sections[".text"]
     elf.set_text(b"\2" * 16, 4)  # frees the bytes a view would point into
     elf.save()
@@ -87,41 +86,31 @@ COMMENTS = [
 
 @pytest.mark.parametrize("lines,read,stored", COMMENTS)
 def test_set_comment(lines, read, stored):
-    elf = zelk_elf.Elf()
-    elf.set_comment(lines)
+    elf = edited("set_comment", lines)
     assert elf.comment == read
     assert elf.sections.get(".comment") == stored
     assert zelk_elf.load(elf.save()).comment == (read or None)
 
 
-def with_section(name, data):
+def edited(method, *args):
     elf = zelk_elf.Elf()
-    elf.set_section(name, data)
+    getattr(elf, method)(*args)
     return elf
 
 
-def with_text(code, align):
-    elf = zelk_elf.Elf()
-    elf.set_text(code, align)
-    return elf
-
-
-# call, exception, message (None: any but an empty one); the reasons are the
+# call, exception, message ("": any but an empty one); the reasons are the
 # engine's to check, the way they reach Python is checked here.
-ERRORS = [
-    (lambda: zelk_elf.load(b""), zelk_elf.LoadError, None),
-    (lambda: zelk_elf.load(b"\x7fELF"), zelk_elf.LoadError, None),
-    (lambda: zelk_elf.load(b"not an ELF image at all"), zelk_elf.LoadError, None),
-    (lambda: zelk_elf.load(with_section(".zelk.dbg.swp", bytes(6)).save()), zelk_elf.LoadError,
-     ".zelk.dbg.swp: payload of 6 bytes ends inside an element at offset 4"),
+@pytest.mark.parametrize("call,error,message", [
+    (lambda: zelk_elf.load(b""), zelk_elf.LoadError, ""),
+    (lambda: zelk_elf.load(b"\x7fELF"), zelk_elf.LoadError, ""),
+    (lambda: zelk_elf.load(b"not an ELF image at all"), zelk_elf.LoadError, ""),
+    (lambda: zelk_elf.load(edited("set_section", ".zelk.dbg.swp", bytes(6)).save()),
+     zelk_elf.LoadError, ".zelk.dbg.swp: payload of 6 bytes ends inside an element at offset 4"),
     # The code would end past 4 GiB - 1.
-    (lambda: with_text(b"x", 0xFFFFFFFF).save(), zelk_elf.SaveError, None),
-    (lambda: zelk_elf.load("an image"), TypeError, None),
-    (lambda: zelk_elf.Elf().set_comment("one line"), TypeError, None),
-]
-
-
-@pytest.mark.parametrize("call,error,message", ERRORS)
+    (lambda: edited("set_text", b"x", 0xFFFFFFFF).save(), zelk_elf.SaveError, ""),
+    (lambda: zelk_elf.load("an image"), TypeError, ""),
+    (lambda: zelk_elf.Elf().set_comment("one line"), TypeError, ""),
+])
 def test_errors(call, error, message):
     assert issubclass(zelk_elf.LoadError, ValueError)
     assert issubclass(zelk_elf.SaveError, zelk_elf.Error)
