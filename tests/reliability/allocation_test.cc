@@ -20,6 +20,7 @@ namespace zelk_elf {
 namespace testing {
 namespace {
 
+using zelk_test::Append;
 using zelk_test::U64;
 
 const Bytes& richImage() {
@@ -230,10 +231,6 @@ Bytes segmentsOverSections(uint32_t count, bool nested) {
   return b.build();
 }
 
-void append(Bytes& out, std::initializer_list<Bytes> parts) {
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-}
-
 void queryEverything(ELF& elf) {
   for (const std::string& name : elf.getSectionNames()) elf.getSectionSize(name);
   zelkELFHandle h = capi::toHandle(&elf);
@@ -250,9 +247,9 @@ void queryEverything(ELF& elf) {
 TEST(BoundedMemoryTest, LoadQueriesAndSaveStayInProportion) {
   // Entries with distinct keys of one byte are the densest maps.
   Bytes sources = U64(255), symbols = U64(1 << 20);
-  for (uint8_t k = 0; k < 255; ++k) append(sources, {U64(1), {k}, U64(4096), Bytes(32768)});
+  for (uint8_t k = 0; k < 255; ++k) Append(sources, {U64(1), {k}, U64(4096), Bytes(32768)});
   for (uint32_t k = 0; k < (1u << 20); ++k) {
-    append(symbols, {U64(3), {uint8_t(k), uint8_t(k >> 8), uint8_t(k >> 16), 0, 0, 0, 0, 0}});
+    Append(symbols, {U64(3), {uint8_t(k), uint8_t(k >> 8), uint8_t(k >> 16), 0, 0, 0, 0, 0}});
   }
   const struct {
     const char* image;

@@ -14,9 +14,13 @@ using Bytes = std::vector<uint8_t>;
 
 inline Bytes B(std::initializer_list<int> v) { return Bytes(v.begin(), v.end()); }
 
+inline void Append(Bytes& out, std::initializer_list<Bytes> parts) {
+  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+}
+
 inline Bytes Cat(std::initializer_list<Bytes> parts) {
   Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+  Append(out, parts);
   return out;
 }
 
