@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "absl/container/flat_hash_set.h"
+#include "absl/strings/str_split.h"
 #include "capi/handle.h"
 #include "elf/internal.h"
 #include "fuzz_checks.h"
@@ -83,13 +84,7 @@ void edit(ELF& elf, const uint8_t* data, size_t size) {
                             std::min<size_t>(third, 256));
   elf.setSection(".zelk.fuzz.edit", absl::MakeConstSpan(data, std::min<size_t>(size, 64)));
   elf.setText(absl::MakeConstSpan(data, third), size == 0 ? 1u : 1u << (data[0] % 16));
-  std::vector<absl::string_view> lines;
-  for (size_t start = 0; start <= comment.size();) {
-    const size_t end = std::min(comment.find('\n', start), comment.size());
-    lines.push_back(absl::string_view(comment).substr(start, end - start));
-    start = end + 1;
-  }
-  elf.setCommentInfo(lines);
+  elf.setCommentInfo(absl::StrSplit(comment, '\n'));
   // The image's own bytes given back, even the name table's, which adding a
   // section replaces.
   const zelk_elf::engine::Image& image = zelk_elf::imageOf(elf);

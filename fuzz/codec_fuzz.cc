@@ -11,6 +11,8 @@
 
 namespace {
 
+using namespace zelk_elf;
+
 void check(bool ok) {
   if (!ok) std::abort();
 }
@@ -18,24 +20,18 @@ void check(bool ok) {
 // `exact`: maps promise an equal map only (entry order, dropped repeated keys).
 template <typename T, bool exact>
 void roundTrip(const uint8_t* data, size_t size) {
-  const absl::StatusOr<T> first = zelk_elf::debuginfo::decodePayload<T>({data, size});
+  const absl::StatusOr<T> first = debuginfo::decodePayload<T>({data, size});
   if (!first.ok()) return;
-  const std::vector<uint8_t> bytes = zelk_elf::debuginfo::encodePayload(*first);
+  const std::vector<uint8_t> bytes = debuginfo::encodePayload(*first);
   if (exact) check(bytes.size() <= size && std::equal(bytes.begin(), bytes.end(), data));
-  const absl::StatusOr<T> second =
-      zelk_elf::debuginfo::decodePayload<T>({bytes.data(), bytes.size()});
+  const absl::StatusOr<T> second = debuginfo::decodePayload<T>({bytes.data(), bytes.size()});
   check(second.ok() && *second == *first);
 }
 
-constexpr void (*kKinds[])(const uint8_t*, size_t) = {roundTrip<zelk_elf::DebugInfoID, true>,
-                                                      roundTrip<zelk_elf::SpillInfo, true>,
-                                                      roundTrip<zelk_elf::SWPInfo, true>,
-                                                      roundTrip<zelk_elf::ControlFlowGraph, true>,
-                                                      roundTrip<zelk_elf::SourceMap, false>,
-                                                      roundTrip<zelk_elf::SymbolMap, false>,
-                                                      roundTrip<uint32_t, true>,
-                                                      roundTrip<std::string, true>,
-                                                      roundTrip<zelk_elf::LatencyInfo, true>};
+constexpr void (*kKinds[])(const uint8_t*, size_t) = {
+    roundTrip<DebugInfoID, true>,      roundTrip<SpillInfo, true>,   roundTrip<SWPInfo, true>,
+    roundTrip<ControlFlowGraph, true>, roundTrip<SourceMap, false>,  roundTrip<SymbolMap, false>,
+    roundTrip<uint32_t, true>,         roundTrip<std::string, true>, roundTrip<LatencyInfo, true>};
 
 }  // namespace
 
