@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "capi/handle.h"
+#include "fuzz_checks.h"
 #include "gtest/gtest.h"
 #include "support/alloc_hook.h"
 #include "support/elf_builder.h"
@@ -231,19 +232,6 @@ Bytes segmentsOverSections(uint32_t count, bool nested) {
   return b.build();
 }
 
-void queryEverything(ELF& elf) {
-  for (const std::string& name : elf.getSectionNames()) elf.getSectionSize(name);
-  zelkELFHandle h = capi::toHandle(&elf);
-  zelkELFDbgID id;
-  zelkELFGetDbgID(h, &id);
-  zelkELFFreeSpillInfo(zelkELFGetSpillInfo(h));
-  zelkELFFreeSWPInfo(zelkELFGetSWPInfo(h));
-  zelkELFFreeCFGInfo(zelkELFGetCFGInfo(h));
-  const zelkELFSrcList names = zelkELFGetSrcNameList(h);
-  for (size_t i = 0; i < names.count; ++i) zelkELFFreeSrcList(zelkELFGetSrcList(h, names.names[i]));
-  zelkELFFreeSrcList(names);
-}
-
 TEST(BoundedMemoryTest, LoadQueriesAndSaveStayInProportion) {
   // Entries with distinct keys of one byte are the densest maps.
   Bytes sources = U64(255), symbols = U64(1 << 20);
@@ -275,7 +263,7 @@ TEST(BoundedMemoryTest, LoadQueriesAndSaveStayInProportion) {
     EXPECT_LE(bytesAllocated() - before, bound) << "load";
     ASSERT_TRUE(elf.has_value());
     before = bytesAllocated();
-    queryEverything(*elf);
+    zelk_fuzz::queryEverything(capi::toHandle(&*elf));
     EXPECT_LE(bytesAllocated() - before, bound) << "queries";
     before = bytesAllocated();
     EXPECT_TRUE(elf->save().has_value());
