@@ -19,7 +19,7 @@ struct Image32 {
   void put(std::initializer_list<uint32_t> words) {
     for (uint32_t w : words) bytes += {char(w), char(w >> 8), char(w >> 16), char(w >> 24)};
   }
-  std::string bytes = std::string("\x7f" "ELF\x01\x01\x01", 7) + std::string(9, '\0');
+  std::string bytes = std::string("\x7f" "ELF\x01\x01\x01\0\0\0\0\0\0\0\0\0", 16);
 };
 
 // Each test runs the tool in a folder of its own that holds the sample, s.
