@@ -34,14 +34,18 @@ inline Bytes readFile(const std::string& path) {
 
 inline Bytes readShared(const std::string& relative) { return readFile(sharedPath(relative)); }
 
-// Paths of the regular files of a folder under the shared directory, sorted.
-inline std::vector<std::string> listShared(const std::string& relative) {
+// Paths of the regular files of a folder, sorted.
+inline std::vector<std::string> listFiles(const std::string& dir) {
   std::vector<std::string> paths;
-  for (const auto& entry : std::filesystem::directory_iterator(sharedPath(relative))) {
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
     if (entry.is_regular_file()) paths.push_back(entry.path().string());
   }
   std::sort(paths.begin(), paths.end());
   return paths;
+}
+
+inline std::vector<std::string> listShared(const std::string& relative) {
+  return listFiles(sharedPath(relative));
 }
 
 // "0a0b" -> {0x0a, 0x0b}; "EMPTY" -> {}.

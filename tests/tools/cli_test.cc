@@ -31,11 +31,11 @@ class CliTest : public ::testing::Test {
 
   // A failure is one line on stderr, nothing on stdout and no file written.
   void expectFailure(const std::string& args, int code, const std::string& why) {
-    const std::vector<std::string> before = filesIn(dir_.path);
+    const std::vector<std::string> before = support::listFiles(dir_.path);
     const ToolResult result = run(args);
     EXPECT_EQ(result.out + result.err + std::to_string(result.exit_code),
               "zelk-elf: " + why + "\n" + std::to_string(code)) << args;
-    EXPECT_EQ(filesIn(dir_.path), before) << args;
+    EXPECT_EQ(support::listFiles(dir_.path), before) << args;
   }
 
   TempDir dir_;
@@ -204,8 +204,8 @@ TEST_F(CliTest, EditEqualsTheLibrary) {
 // `debug --json X` fed to `edit X --set-debug` gives the same document, and X's
 // own save when each map holds at most one key (payload order follows a map).
 TEST_F(CliTest, DebugDocumentRoundTrip) {
-  std::vector<std::string> images = filesIn(ZELK_ELF_SHARED_DIR "/corpus/real");
-  const auto more = filesIn(ZELK_ELF_SHARED_DIR "/conformance/expected");
+  std::vector<std::string> images = support::listShared("corpus/real");
+  const auto more = support::listShared("conformance/expected");
   images.insert(images.end(), more.begin(), more.end());
   images.push_back(dir_.file("s"));
   // Names of bytes that are not UTF-8 ("\xff", an overlong NUL, a
@@ -338,12 +338,12 @@ TEST_F(CliTest, OutputKeepsOwnershipAndLeavesNoTemporaries) {
     EXPECT_EQ(owner(), std::make_tuple(uid_t{65534}, gid_t{65534}, 0755u));
   }
   writeFile(dir_.file("blob"), std::string(4096, 'b'));
-  const std::vector<std::string> before = filesIn(dir_.path);
+  const std::vector<std::string> before = support::listFiles(dir_.path);
   const ToolResult result =
       runTool("edit s -o big --set-section .b=@blob", dir_.path, {0, 2048});
   EXPECT_EQ(result.err + std::to_string(result.exit_code),
             "zelk-elf: edit: cannot write 'big': File too large\n1");
-  EXPECT_EQ(filesIn(dir_.path), before);
+  EXPECT_EQ(support::listFiles(dir_.path), before);
 }
 
 // Text output escapes every byte a terminal would act on, and a long name

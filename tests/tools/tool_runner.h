@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstdint>
 #include <filesystem>
@@ -32,14 +31,6 @@ inline std::string readFile(const std::string& path) {
 
 inline void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
-}
-
-// Paths of the entries of a folder, sorted.
-inline std::vector<std::string> filesIn(const std::string& dir) {
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(dir)) files.push_back(entry.path());
-  std::sort(files.begin(), files.end());
-  return files;
 }
 
 // A fresh folder, removed with its contents at destruction. Not to be copied.
