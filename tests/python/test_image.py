@@ -1,11 +1,9 @@
 """Loading, saving, sections, text and comment through the Python package."""
 
-import struct
-
 import pytest
 
 import zelk_elf
-from conftest import FIELDS, corpus_files
+from conftest import FIELDS, ROOT, corpus_files
 
 
 def test_new_image():
@@ -119,26 +117,15 @@ def test_errors(call, error, message):
     assert str(raised.value) == message if message else str(raised.value)
 
 
-def same_names_image(count, name):
-    """A 32-bit image of `count` sections, all but the first two named `name`
-    through one entry of the name table."""
-    strtab = b"\0.shstrtab\0" + name + b"\0"
-    strtab += bytes(-len(strtab) % 4)
-    shoff = 52 + len(strtab)
-    header = b"\x7fELF\x01\x01\x01" + bytes(9) + struct.pack(
-        "<HHIIIIIHHHHHH", 2, 0, 1, 0, 0, shoff, 0, 52, 32, 0, 40, count, 1)
-    table = [bytes(40), struct.pack("<10I", 1, 3, 0, 0, 52, len(strtab), 0, 0, 1, 0)]
-    table += [struct.pack("<10I", 11, 1, 0, 0, 52, 0, 0, 0, 1, 0)] * (count - 2)
-    return header + strtab + b"".join(table)
-
-
 def test_repeated_names_cost_one_string():
-    name = "n" * 16384
-    elf = zelk_elf.load(same_names_image(4096, name.encode()))
+    # A fuzz finding: 1,024 sections named through one 4 KiB entry of the name table.
+    finding = ROOT / "fuzz" / "findings" / "capi_fuzz" / "sections-sharing-one-long-name"
+    elf = zelk_elf.load(finding.read_bytes())
     names = elf.section_names
-    assert len(names) == 4096 and all(n is names[2] for n in names[3:])
-    assert list(elf.sections) == ["", ".shstrtab", name] and len(elf.sections) == 3
-    assert repr(elf) == "<zelk_elf.Elf machine=0 type=2 sections=4096>"
+    assert len(names) == 1024 and len(names[2]) == 4096
+    assert all(n is names[2] for n in names[3:])
+    assert list(elf.sections) == ["", ".shstrtab", names[2]] and len(elf.sections) == 3
+    assert repr(elf) == "<zelk_elf.Elf machine=0 type=2 sections=1024>"
 
 
 @pytest.mark.parametrize("use", [
