@@ -32,9 +32,9 @@ void store(uint8_t* p, T v) {
 template <bool kWide, bool kMsb>
 struct FieldReader {
   const uint8_t* p;
-  void half(uint16_t& v) { v = load<kMsb, uint16_t>(p); p += 2; }
-  void word(uint32_t& v) { v = load<kMsb, uint32_t>(p); p += 4; }
-  void addr(uint64_t& v) {
+  void half(const char*, uint16_t& v) { v = load<kMsb, uint16_t>(p); p += 2; }
+  void word(const char*, uint32_t& v) { v = load<kMsb, uint32_t>(p); p += 4; }
+  void addr(const char*, uint64_t& v) {
     if constexpr (kWide) {
       v = load<kMsb, uint64_t>(p);
       p += 8;
@@ -50,9 +50,9 @@ struct FieldReader {
 template <bool kWide, bool kMsb>
 struct FieldWriter {
   uint8_t* p;
-  void half(uint16_t v) { store<kMsb>(p, v); p += 2; }
-  void word(uint32_t v) { store<kMsb>(p, v); p += 4; }
-  void addr(uint64_t v) {
+  void half(const char*, uint16_t v) { store<kMsb>(p, v); p += 2; }
+  void word(const char*, uint32_t v) { store<kMsb>(p, v); p += 4; }
+  void addr(const char*, uint64_t v) {
     if constexpr (kWide) {
       store<kMsb>(p, v);
       p += 8;
@@ -62,53 +62,6 @@ struct FieldWriter {
     }
   }
 };
-
-// One visit per record serves both directions: H is the record or a const
-// record, V a FieldReader or a FieldWriter.
-template <typename H, typename V>
-void visitFileHeader(H& h, V& v) {  // after the 16 identification bytes
-  v.half(h.type);
-  v.half(h.machine);
-  v.word(h.version);
-  v.addr(h.entry);
-  v.addr(h.phoff);
-  v.addr(h.shoff);
-  v.word(h.flags);
-  v.half(h.ehsize);
-  v.half(h.phentsize);
-  v.half(h.phnum);
-  v.half(h.shentsize);
-  v.half(h.shnum);
-  v.half(h.shstrndx);
-}
-
-template <typename H, typename V>
-void visitSectionHeader(H& h, V& v) {
-  v.word(h.name);
-  v.word(h.type);
-  v.addr(h.flags);
-  v.addr(h.addr);
-  v.addr(h.offset);
-  v.addr(h.size);
-  v.word(h.link);
-  v.word(h.info);
-  v.addr(h.addralign);
-  v.addr(h.entsize);
-}
-
-// The 64-bit class moves p_flags up to keep the 8-byte fields aligned.
-template <bool kWide, typename H, typename V>
-void visitSegmentHeader(H& h, V& v) {
-  v.word(h.type);
-  if constexpr (kWide) v.word(h.flags);
-  v.addr(h.offset);
-  v.addr(h.vaddr);
-  v.addr(h.paddr);
-  v.addr(h.filesz);
-  v.addr(h.memsz);
-  if constexpr (!kWide) v.word(h.flags);
-  v.addr(h.align);
-}
 
 template <bool kWide, bool kMsb>
 struct Format {

@@ -85,6 +85,55 @@ struct SegmentHeader {
   uint64_t align = 0;
 };
 
+// Each record's fields in their on-disk order, as v.half, v.word or v.addr
+// (name, field): one list serves decoding, encoding and every listing of
+// the fields by name. H is the record or a const record. The file header's
+// fields follow its 16 identification bytes.
+template <typename H, typename V>
+void visitFileHeader(H& h, V& v) {
+  v.half("type", h.type);
+  v.half("machine", h.machine);
+  v.word("version", h.version);
+  v.addr("entry", h.entry);
+  v.addr("phoff", h.phoff);
+  v.addr("shoff", h.shoff);
+  v.word("flags", h.flags);
+  v.half("ehsize", h.ehsize);
+  v.half("phentsize", h.phentsize);
+  v.half("phnum", h.phnum);
+  v.half("shentsize", h.shentsize);
+  v.half("shnum", h.shnum);
+  v.half("shstrndx", h.shstrndx);
+}
+
+template <typename H, typename V>
+void visitSectionHeader(H& h, V& v) {
+  v.word("name_offset", h.name);  // in the section-name table
+  v.word("type", h.type);
+  v.addr("flags", h.flags);
+  v.addr("addr", h.addr);
+  v.addr("offset", h.offset);
+  v.addr("size", h.size);
+  v.word("link", h.link);
+  v.word("info", h.info);
+  v.addr("addralign", h.addralign);
+  v.addr("entsize", h.entsize);
+}
+
+// The 64-bit class moves p_flags up to keep the 8-byte fields aligned.
+template <bool kWide, typename H, typename V>
+void visitSegmentHeader(H& h, V& v) {
+  v.word("type", h.type);
+  if constexpr (kWide) v.word("flags", h.flags);
+  v.addr("offset", h.offset);
+  v.addr("vaddr", h.vaddr);
+  v.addr("paddr", h.paddr);
+  v.addr("filesz", h.filesz);
+  v.addr("memsz", h.memsz);
+  if constexpr (!kWide) v.word("flags", h.flags);
+  v.addr("align", h.align);
+}
+
 // The record sizes of one class and the conversions of one class and byte
 // order. Decoders take a view of exactly the record's size; encoders write
 // exactly that many bytes.

@@ -1,21 +1,24 @@
 // zelk_elf._zelk_elf: the extension half of the Python package. It binds
-// zelk_elf::ELF as zelk_elf.Elf; the package's __init__.py holds the record
+// zelk_elf::ELF as zelk_elf.ELF; the package's __init__.py holds the record
 // types, the section view and the exceptions that this half builds and raises.
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "absl/container/flat_hash_map.h"
+#include "absl/container/flat_hash_set.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/string_view.h"
 #include "absl/types/optional.h"
 #include "elf/debug_fields.h"
 #include "elf/internal.h"
+#include "engine/image.h"
 #include "python/convert.h"
 #include "zelk_elf/elf.h"
 
@@ -23,21 +26,120 @@ namespace zelk_elf {
 namespace python {
 namespace {
 
-// The object behind `self`. One made with Elf.__new__ and no __init__ holds
+// Objects whose library call runs without the GIL, so that other threads
+// go on meanwhile. The library lets one thread at a time use an object, so
+// every other use of a busy object raises. Only touched with the GIL held.
+absl::flat_hash_set<const ELF*>& busyObjects() {
+  static absl::flat_hash_set<const ELF*> busy;
+  return busy;
+}
+
+// Runs `work` without the GIL, the object marked busy meanwhile.
+template <typename Work>
+auto withoutGil(const ELF& elf, Work work) {
+  busyObjects().insert(&elf);
+  struct Unmark {
+    const ELF* elf;
+    ~Unmark() { busyObjects().erase(elf); }  // after the GIL is back
+  } unmark{&elf};
+  py::gil_scoped_release release;
+  return work();
+}
+
+// The object behind `self`. One made with ELF.__new__ and no __init__ holds
 // no ELF yet (pybind11 would hand out unconstructed memory): using it raises
-// TypeError, as does a method called on something that is not an Elf.
+// TypeError, as does a method called on something that is not an ELF.
 ELF& live(py::handle self) {
   if (!py::isinstance<ELF>(self)) {
-    throwError(PyExc_TypeError, "expected a zelk_elf.Elf");
+    throwError(PyExc_TypeError, "expected a zelk_elf.ELF");
   }
   auto* instance = reinterpret_cast<py::detail::instance*>(self.ptr());
   const py::detail::value_and_holder held =
       instance->get_value_and_holder(py::detail::get_type_info(typeid(ELF)));
   if (!held.holder_constructed()) {
     throwError(PyExc_TypeError,
-               "this zelk_elf.Elf was never initialized; make one with Elf() or zelk_elf.load()");
+               "this zelk_elf.ELF was never initialized; make one with ELF() or zelk_elf.load()");
   }
-  return *held.value_ptr<ELF>();
+  ELF& elf = *held.value_ptr<ELF>();
+  if (busyObjects().contains(&elf)) {
+    throwError(PyExc_RuntimeError,
+               "this zelk_elf.ELF is in use by another thread; use one object from one "
+               "thread at a time");
+  }
+  return elf;
+}
+
+// A bytes object holding a copy of `bytes`, copied without the GIL: the
+// object is nobody else's until it is returned.
+py::bytes bytesWithoutGil(const ELF& elf, absl::Span<const uint8_t> bytes) {
+  PyObject* out = PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(bytes.size()));
+  if (out == nullptr) throw py::error_already_set();
+  auto owned = py::reinterpret_steal<py::bytes>(out);
+  if (!bytes.empty()) {
+    withoutGil(elf, [&] { std::memcpy(PyBytes_AS_STRING(out), bytes.data(), bytes.size()); });
+  }
+  return owned;
+}
+
+// The fields of one of the engine's records, named as its field list names
+// them, for a named tuple: the type is made once at import from a blank
+// record, and each record becomes an instance of it.
+class RecordFields {
+ public:
+  void half(const char* name, uint16_t v) { add(name, py::int_(v)); }
+  void word(const char* name, uint32_t v) { add(name, py::int_(v)); }
+  void addr(const char* name, uint64_t v) { add(name, py::int_(v)); }
+  void add(const char* name, py::object value) {
+    names_.append(name);
+    values_.append(std::move(value));
+  }
+  py::object type(const char* name) const {
+    py::object type = py::module_::import("collections").attr("namedtuple")(name, names_);
+    type.attr("__module__") = "zelk_elf";
+    return type;
+  }
+  py::object instanceOf(const char* type) const {
+    return py::module_::import("zelk_elf._zelk_elf").attr(type)(*py::tuple(values_));
+  }
+
+ private:
+  py::list names_, values_;
+};
+
+RecordFields headerFields(const engine::Image& image) {
+  RecordFields record;
+  const engine::FileHeader& h = image.header();
+  record.add("elf_class", py::int_(image.wide() ? 64 : 32));
+  record.add("byte_order", py::str(image.encoding() == engine::kDataMsb ? "big" : "little"));
+  record.add("osabi", py::int_(h.ident[7]));
+  record.add("abiversion", py::int_(h.ident[8]));
+  engine::visitFileHeader(h, record);
+  return record;
+}
+
+RecordFields sectionFields(const engine::Section& section) {
+  RecordFields record;
+  record.add("name", toStr(section.name));
+  engine::visitSectionHeader(section.header, record);
+  record.add("data", toBytes(section.bytes()));
+  return record;
+}
+
+RecordFields segmentFields(const engine::Segment& segment) {
+  RecordFields record;
+  engine::visitSegmentHeader<true>(segment.header, record);
+  py::tuple members(segment.sections.size());
+  size_t k = 0;
+  for (uint16_t index : segment.sections) members[k++] = py::int_(index);
+  record.add("sections", std::move(members));
+  return record;
+}
+
+template <typename Item, typename Fields>
+py::tuple recordsOf(absl::Span<const Item> items, const char* type, Fields fields) {
+  py::tuple out(items.size());
+  for (size_t i = 0; i < items.size(); ++i) out[i] = fields(items[i]).instanceOf(type);
+  return out;
 }
 
 // Turns `f(ELF&, args...)` into a method `(self, args...)` that reaches the
@@ -94,9 +196,9 @@ py::list sectionNames(const ELF& elf, bool distinct) {
 }
 
 void bindElf(py::module_& m) {
-  py::class_<ELF> cls(m, "Elf", R"(One ELF image in memory with its decoded debug information.
+  py::class_<ELF> cls(m, "ELF", R"(One ELF image in memory with its decoded debug information.
 
-Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
+ELF() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
   cls.def(py::init<>());
 
   // Header fields.
@@ -120,6 +222,21 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
             "entry"));
       }),
       "e_entry (32 or 64 bits, by the image's class).");
+
+  // The image's structure, as the header records hold it now.
+  cls.def_property_readonly(
+      "header", onLive([](const ELF& elf) { return headerFields(imageOf(elf)).instanceOf("Header"); }),
+      "The ELF header's fields, with the class (32 or 64) and byte order (\"little\", \"big\").");
+  cls.def_property_readonly(
+      "section_headers",
+      onLive([](const ELF& elf) {
+        return recordsOf(imageOf(elf).sections(), "SectionHeader", sectionFields);
+      }),
+      "Every section header in table order, with its name and the bytes it holds.");
+  cls.def_property_readonly(
+      "segments",
+      onLive([](const ELF& elf) { return recordsOf(imageOf(elf).segments(), "Segment", segmentFields); }),
+      "Every program header in table order, with the indexes of the sections it carries.");
 
   // Raw sections. Contents leave as bytes copies: a later set_section,
   // set_text or save may free the storage a view would point into.
@@ -146,7 +263,7 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       onLive([](ELF& elf, py::handle name, py::handle data) {
         const std::string key = sectionName(name);
         ByteBuffer buffer(data, "data");
-        elf.setSection(key, buffer.span());
+        withoutGil(elf, [&] { elf.setSection(key, buffer.span()); });
       }),
       py::arg("name"), py::arg("data"),
       "Replaces the section's contents, creating it when missing.");
@@ -166,7 +283,7 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
       onLive([](ELF& elf, py::handle code, py::handle align) {
         const auto alignment = checkedUint<unsigned int>(align, "align");
         ByteBuffer buffer(code, "code");
-        elf.setText(buffer.span(), alignment);
+        withoutGil(elf, [&] { elf.setText(buffer.span(), alignment); });
       }),
       py::arg("code"), py::arg("align"),
       "Installs code as .text with that alignment, in a loadable segment.");
@@ -207,13 +324,13 @@ Elf() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
   cls.def(
       "save",
       onLive([](ELF& elf) {
-        absl::StatusOr<ELF::Image> image = saveWithReason(elf);
+        absl::StatusOr<ELF::Image> image = withoutGil(elf, [&] { return saveWithReason(elf); });
         if (!image.ok()) throwPackageError("SaveError", image.status().message());
-        return toBytes({image->data(), image->size()});
+        return bytesWithoutGil(elf, {image->data(), image->size()});
       }),
       "Writes the debug fields into their sections and returns the image.");
   cls.def("__repr__", onLive([](const ELF& elf) {
-    return absl::StrCat("<zelk_elf.Elf machine=", elf.getMachine(),
+    return absl::StrCat("<zelk_elf.ELF machine=", elf.getMachine(),
                         " type=", elf.getType(),
                         " sections=", imageOf(elf).sections().size(), ">");
   }));
@@ -223,11 +340,20 @@ void bindModule(py::module_& m) {
   m.doc() = "The compiled half of the zelk_elf package; import zelk_elf instead.";
   m.attr("__version__") = ZELK_ELF_VERSION;
   bindElf(m);
+  m.attr("Elf") = m.attr("ELF");  // the name before 1.2; goes in the next release
+  // The structure records' types, from their field lists.
+  const engine::Image blank;
+  m.attr("Header") = headerFields(blank).type("Header");
+  m.attr("SectionHeader") = sectionFields(blank.sections()[0]).type("SectionHeader");
+  m.attr("Segment") = segmentFields(engine::Segment()).type("Segment");
   m.def(
       "load",
       [](py::handle data) {
         ByteBuffer buffer(data, "data");
-        absl::StatusOr<ELF> elf = loadWithReason(buffer.span());
+        absl::StatusOr<ELF> elf = [&] {
+          py::gil_scoped_release release;  // the new object is nobody else's yet
+          return loadWithReason(buffer.span());
+        }();
         if (!elf.ok()) throwPackageError("LoadError", elf.status().message());
         return std::move(*elf);
       },

@@ -13,7 +13,7 @@ main=(build-essential cmake pkg-config libabsl-dev nlohmann-json3-dev
 native=("${main[@]}" g++-12 g++-multilib
         libgtest-dev libgmock-dev googletest libbenchmark-dev
         clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils
-        pybind11-dev python3-dev python3-pytest
+        pybind11-dev python3-dev python3-pytest python3-hypothesis
         qemu-user abigail-tools)
 i386=(libabsl-dev:i386 libgtest-dev:i386 libgmock-dev:i386)
 if [ "${1:-}" = "--main" ]; then

@@ -2,16 +2,20 @@
 compiler's debug information in the nine ".zelk.dbg." sections.
 
     import zelk_elf
-    elf = zelk_elf.load(open("a.elf", "rb").read())
+    elf = zelk_elf.load_file("a.elf")
     elf.pm_size = 4096
-    open("b.elf", "wb").write(elf.save())
+    elf.save_file("b.elf")
 
-The records below are plain named tuples: reading a debug field of an Elf
-gives fresh values, and assigning a field replaces it whole.
+The records below are plain named tuples: reading a debug field of an ELF
+gives fresh values, and assigning a field replaces it whole. The structure
+records (Header, SectionHeader, Segment) come from the library's own field
+lists and are named tuples too.
 """
 
+import os
+import tempfile
 from collections.abc import Iterator, Mapping
-from typing import NamedTuple
+from typing import NamedTuple, Union
 
 
 class Error(Exception):
@@ -74,12 +78,12 @@ class Sections(Mapping[str, bytes]):
     Keys come in section-table order; a name that several sections share
     stands for the first of them, as every lookup by name does. Values are
     copies of the bytes a section holds, so they stay valid whatever happens
-    to the image later. Change sections with Elf.set_section().
+    to the image later. Change sections with ELF.set_section().
     """
 
     __slots__ = ("_elf",)
 
-    def __init__(self, elf: "Elf") -> None:
+    def __init__(self, elf: "ELF") -> None:
         self._elf = elf
 
     def __getitem__(self, name: str) -> bytes:
@@ -103,18 +107,70 @@ class Sections(Mapping[str, bytes]):
 
 # The extension builds the records and raises the errors defined above, so it
 # comes last.
-from ._zelk_elf import Elf, __version__, load  # noqa: E402
+from ._zelk_elf import (  # noqa: E402
+    ELF,
+    Elf,
+    Header,
+    SectionHeader,
+    Segment,
+    __version__,
+    load,
+)
+
+_Path = Union[str, "os.PathLike[str]"]
+
+
+def load_file(path: _Path) -> ELF:
+    """Reads the image in the file at `path`; raises LoadError with the reason."""
+    with open(path, "rb") as f:
+        return load(f.read())
+
+
+def _save_file(self: ELF, path: _Path) -> None:
+    """Saves the image to `path` through a temporary file renamed over it,
+    so a failed save never leaves a half-written file. An existing file
+    keeps its permission bits."""
+    data = self.save()
+    target = os.path.realpath(path)
+    fd, temp = tempfile.mkstemp(dir=os.path.dirname(target), prefix=".zelk-elf-")
+    try:
+        with os.fdopen(fd, "wb") as f:
+            f.write(data)
+            f.flush()
+            os.fsync(f.fileno())
+        try:
+            os.chmod(temp, os.stat(target).st_mode & 0o7777)
+        except FileNotFoundError:
+            os.chmod(temp, 0o666 & ~_umask())
+        os.replace(temp, target)
+    except BaseException:
+        os.unlink(temp)
+        raise
+
+
+def _umask() -> int:
+    mask = os.umask(0)
+    os.umask(mask)
+    return mask
+
+
+ELF.save_file = _save_file  # type: ignore[method-assign]
 
 __all__ = [
     "BasicBlockRange",
     "DebugInfoID",
+    "ELF",
     "Elf",
     "Error",
+    "Header",
     "LatencyInfoLoc",
     "LoadError",
     "SaveError",
+    "SectionHeader",
     "Sections",
+    "Segment",
     "SpillLoc",
     "SymbolAddr",
     "load",
+    "load_file",
 ]

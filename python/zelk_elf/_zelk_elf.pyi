@@ -1,6 +1,7 @@
 # Types of the compiled half of the package; zelk_elf re-exports all of it.
+import os
 from collections.abc import Iterable, Mapping, Sequence
-from typing import Optional, Tuple
+from typing import NamedTuple, Optional, Tuple, Union
 
 from _typeshed import ReadableBuffer
 
@@ -19,11 +20,62 @@ __version__: str
 # any iterable or mapping for the containers; reading gives the types below.
 _Edge = Tuple[BasicBlockRange, BasicBlockRange]
 
-class Elf:
+# The structure records, made from the library's field lists.
+class Header(NamedTuple):
+    elf_class: int  # 32 or 64
+    byte_order: str  # "little" or "big"
+    osabi: int
+    abiversion: int
+    type: int
+    machine: int
+    version: int
+    entry: int
+    phoff: int
+    shoff: int
+    flags: int
+    ehsize: int
+    phentsize: int
+    phnum: int
+    shentsize: int
+    shnum: int
+    shstrndx: int
+
+class SectionHeader(NamedTuple):
+    name: str
+    name_offset: int
+    type: int
+    flags: int
+    addr: int
+    offset: int
+    size: int
+    link: int
+    info: int
+    addralign: int
+    entsize: int
+    data: bytes
+
+class Segment(NamedTuple):
+    type: int
+    flags: int
+    offset: int
+    vaddr: int
+    paddr: int
+    filesz: int
+    memsz: int
+    align: int
+    sections: Tuple[int, ...]
+
+class ELF:
     def __init__(self) -> None: ...
     machine: int
     type: int
     entry: int
+    @property
+    def header(self) -> Header: ...
+    @property
+    def section_headers(self) -> Tuple[SectionHeader, ...]: ...
+    @property
+    def segments(self) -> Tuple[Segment, ...]: ...
     @property
     def section_names(self) -> list[str]: ...
     @property
@@ -69,9 +121,12 @@ class Elf:
     @latency_info.setter
     def latency_info(self, value: Optional[Iterable[LatencyInfoLoc]]) -> None: ...
     def save(self) -> bytes: ...
+    def save_file(self, path: Union[str, os.PathLike[str]]) -> None: ...
     # What Sections is made of.
     def _has_section(self, name: str) -> bool: ...
     def _section(self, name: str) -> Optional[bytes]: ...
     def _distinct_section_names(self) -> list[str]: ...
 
-def load(data: ReadableBuffer) -> Elf: ...
+Elf = ELF  # the name before 1.2
+
+def load(data: ReadableBuffer) -> ELF: ...

@@ -1,5 +1,8 @@
 """Loading, saving, sections, text and comment through the Python package."""
 
+import os
+import threading
+
 import pytest
 
 import zelk_elf
@@ -7,7 +10,7 @@ from conftest import FIELDS, ROOT, corpus_files
 
 
 def test_new_image():
-    elf = zelk_elf.Elf()
+    elf = zelk_elf.ELF()
     assert (elf.machine, elf.type, elf.entry, elf.text_addr) == (0, 0, 0, 0)
     assert elf.section_names == ["", ".shstrtab"]
     assert dict(elf.sections) == {"": b"", ".shstrtab": b"\0.shstrtab\0"}
@@ -48,7 +51,7 @@ def test_sections_of_a_loaded_image(hello_64):
 
 
 def test_set_section_takes_any_buffer_and_the_view_is_live():
-    elf = zelk_elf.Elf()
+    elf = zelk_elf.ELF()
     view = elf.sections
     for data in (b"ab", bytearray(b"cd"), memoryview(b"xef")[1:]):
         elf.set_section(".x", data)
@@ -91,7 +94,7 @@ def test_set_comment(lines, read, stored):
 
 
 def edited(method, *args):
-    elf = zelk_elf.Elf()
+    elf = zelk_elf.ELF()
     getattr(elf, method)(*args)
     return elf
 
@@ -107,7 +110,7 @@ def edited(method, *args):
     # The code would end past 4 GiB - 1.
     (lambda: edited("set_text", b"x", 0xFFFFFFFF).save(), zelk_elf.SaveError, ""),
     (lambda: zelk_elf.load("an image"), TypeError, ""),
-    (lambda: zelk_elf.Elf().set_comment("one line"), TypeError, ""),
+    (lambda: zelk_elf.ELF().set_comment("one line"), TypeError, ""),
 ])
 def test_errors(call, error, message):
     assert issubclass(zelk_elf.LoadError, ValueError)
@@ -125,7 +128,7 @@ def test_repeated_names_cost_one_string():
     assert len(names) == 1024 and len(names[2]) == 4096
     assert all(n is names[2] for n in names[3:])
     assert list(elf.sections) == ["", ".shstrtab", names[2]] and len(elf.sections) == 3
-    assert repr(elf) == "<zelk_elf.Elf machine=0 type=2 sections=1024>"
+    assert repr(elf) == "<zelk_elf.ELF machine=0 type=2 sections=1024>"
 
 
 @pytest.mark.parametrize("use", [
@@ -134,9 +137,59 @@ def test_repeated_names_cost_one_string():
     lambda e: setattr(e, "pm_size", 1), lambda e: setattr(e, "machine", 1),
     lambda e: list(e.sections), lambda e: e.section_size(""), lambda e: e.set_section("x", b""),
     lambda e: e.set_text(b"", 4), lambda e: e.set_comment(["x"]), lambda e: e.save(), repr,
-    lambda e: zelk_elf.Elf.save(object()),
+    lambda e: zelk_elf.ELF.save(object()),
 ])
 def test_an_elf_never_initialized_raises(use):
-    elf = zelk_elf.Elf.__new__(zelk_elf.Elf)
-    with pytest.raises(TypeError, match="never initialized|expected a zelk_elf.Elf"):
+    elf = zelk_elf.ELF.__new__(zelk_elf.ELF)
+    with pytest.raises(TypeError, match="never initialized|expected a zelk_elf.ELF"):
         use(elf)
+
+
+def test_structure_of_a_loaded_image(hello_64):
+    elf = zelk_elf.load(hello_64)
+    assert elf.header == zelk_elf.Header(
+        elf_class=64, byte_order="little", osabi=0, abiversion=0, type=2, machine=62, version=1,
+        entry=0x4003C0, phoff=64, shoff=2656, flags=0, ehsize=64, phentsize=56, phnum=8,
+        shentsize=64, shnum=29, shstrndx=26)
+    headers = elf.section_headers
+    assert [h.name for h in headers] == elf.section_names
+    assert headers[1] == zelk_elf.SectionHeader(
+        name=".interp", name_offset=27, type=1, flags=2, addr=0x400200, offset=0x200, size=28,
+        link=0, info=0, addralign=1, entsize=0, data=elf.sections[".interp"])
+    assert elf.segments[1] == zelk_elf.Segment(
+        type=3, flags=4, offset=0x200, vaddr=0x400200, paddr=0x400200, filesz=28, memsz=28,
+        align=1, sections=(1,))
+    assert len({elf.header, *headers, *elf.segments}) == 1 + len(headers) + len(elf.segments)
+    assert (zelk_elf.Elf, zelk_elf.ELF().segments) == (zelk_elf.ELF, ())
+
+
+def test_save_file_replaces_the_file_whole(tmp_path):
+    path = tmp_path / "a.elf"
+    path.write_bytes(b"old")
+    path.chmod(0o751)
+    elf = zelk_elf.ELF()
+    elf.pm_size = 7
+    elf.save_file(path)
+    assert zelk_elf.load_file(path).pm_size == 7
+    assert path.stat().st_mode & 0o777 == 0o751
+    broken = edited("set_text", b"x", 0xFFFFFFFF)  # cannot be saved
+    with pytest.raises(zelk_elf.SaveError):
+        broken.save_file(path)
+    assert os.listdir(tmp_path) == ["a.elf"]
+    assert zelk_elf.load_file(str(path)).pm_size == 7
+
+
+def test_an_object_busy_in_one_thread_refuses_the_others():
+    elf = edited("set_section", ".big", bytes(64 << 20))
+    refused, saved = [], []
+    worker = threading.Thread(target=lambda: saved.extend(elf.save() for _ in range(5)))
+    worker.start()
+    while worker.is_alive():
+        try:
+            elf.machine
+        except RuntimeError as error:
+            refused.append(str(error))
+    worker.join()
+    assert len(saved) == 5 and refused
+    assert set(refused) == {"this zelk_elf.ELF is in use by another thread; use one object "
+                            "from one thread at a time"}

@@ -19,7 +19,7 @@ def resident_bytes():
 
 
 def sample_image():
-    elf = zelk_elf.Elf()
+    elf = zelk_elf.ELF()
     elf.set_text(bytes(range(256)), 4)
     elf.set_comment(["one", "two"])
     elf.dbg_id = (1, 2, 3)
@@ -70,10 +70,13 @@ def stub_names(node):
 
 def test_stubs_and_docs_name_everything():
     stub = ast.parse(Path(zelk_elf._zelk_elf.__file__).with_name("_zelk_elf.pyi").read_text())
-    elf_stub = next(n for n in stub.body if isinstance(n, ast.ClassDef) and n.name == "Elf")
-    members = {n for n in dir(zelk_elf.Elf) if not n.startswith("_")}
+    elf_stub = next(n for n in stub.body if isinstance(n, ast.ClassDef) and n.name == "ELF")
+    members = {n for n in dir(zelk_elf.ELF) if not n.startswith("_")}
     assert {n for n in stub_names(elf_stub) if not n.startswith("_")} == members
-    assert stub_names(stub) == {"Elf", "load", "__version__"}
+    assert stub_names(stub) == {"ELF", "Header", "SectionHeader", "Segment", "load", "__version__"}
+    for record in (zelk_elf.Header, zelk_elf.SectionHeader, zelk_elf.Segment):
+        stubbed = next(n for n in stub.body if isinstance(n, ast.ClassDef) and n.name == record.__name__)
+        assert [n.target.id for n in stubbed.body] == list(record._fields)
     docs = (ROOT / "docs" / "python.md").read_text()
     missing = [n for n in sorted(members) + zelk_elf.__all__ if f"`{n}" not in docs]
     assert missing == []
