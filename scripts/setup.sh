@@ -14,6 +14,7 @@ native=("${main[@]}" g++-12 g++-multilib
         libgtest-dev libgmock-dev googletest libbenchmark-dev
         clang-14 libfuzzer-14-dev libclang-rt-14-dev valgrind binutils
         pybind11-dev python3-dev python3-pytest python3-hypothesis
+        python3-setuptools python3-build python3-venv python3-wheel
         qemu-user abigail-tools)
 i386=(libabsl-dev:i386 libgtest-dev:i386 libgmock-dev:i386)
 if [ "${1:-}" = "--main" ]; then

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and tests everything: the native and the 32-bit library with all
 # tests, the AddressSanitizer + UBSan build running every test, valgrind over
-# the C-interface tests, the installed package, and a short fuzzing pass.
+# the C-interface tests, the installed package, the Python wheel in a fresh
+# venv, and a short fuzzing pass.
 # Usage: scripts/test.sh            (everything)
 #        STAGES="native m32" scripts/test.sh   (a subset)
 set -euo pipefail
@@ -9,7 +10,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 out=${ZELK_ELF_BUILD_ROOT:-$root/out}
 jobs=${JOBS:-$(nproc)}
-stages=${STAGES:-"native m32 sanitize valgrind install fuzz"}
+stages=${STAGES:-"native m32 sanitize valgrind install wheel fuzz"}
 shared=$(cd "$root/.." && pwd)/shared
 export CTEST_OUTPUT_ON_FAILURE=1
 
@@ -65,6 +66,10 @@ for stage in $stages; do
       run_stage "install and build consumers"
       build "$out/native" "${native_args[@]}"
       bash tests/install/check_install.sh "$out/native" "$out/install-check"
+      ;;
+    wheel)
+      run_stage "the Python wheel in a fresh venv, and pip install ."
+      bash tests/install/check_wheel.sh "$out/wheel"
       ;;
     fuzz)
       run_stage "fuzzing (short, bounded)"
