@@ -99,9 +99,10 @@ uint64_t checkedUnsigned(py::handle value, uint64_t max, const char* what) {
   const bool unconvertible = v == static_cast<unsigned long long>(-1) && PyErr_Occurred();
   if (unconvertible) PyErr_Clear();
   if (unconvertible || v > max) {
-    throwError(max <= 0xFF ? PyExc_ValueError : PyExc_OverflowError,
-          absl::StrCat(what, " must be between 0 and ", max, ", got ",
-                       std::string(py::str(value))));
+    const std::string message =
+        absl::StrCat(what, " must be between 0 and ", max, ", got ", std::string(py::str(value)));
+    if (max <= 0xFF) throwPackageError("ByteRangeError", message);
+    throwError(PyExc_OverflowError, message);
   }
   return v;
 }

@@ -27,9 +27,10 @@ namespace py = pybind11;
 // Raises the package's own exception class `name` (LoadError, SaveError).
 [[noreturn]] void throwPackageError(const char* name, absl::string_view message);
 
-// An int in [0, max]. Byte-wide fields refuse other values with ValueError,
-// as bytes() does; wider fields with OverflowError, as int.to_bytes() does.
-// Anything but an int raises TypeError. `what` names the field in messages.
+// An int in [0, max]; any other raises OverflowError, as int.to_bytes()
+// does, and for byte-wide fields a ByteRangeError, which is a ValueError too,
+// as bytes() raises. Anything but an int raises TypeError. `what` names the
+// field in messages.
 uint64_t checkedUnsigned(py::handle value, uint64_t max, const char* what);
 
 template <typename T>

@@ -30,6 +30,11 @@ class SaveError(Error):
     """The image cannot be laid out and written; str() gives why."""
 
 
+class ByteRangeError(OverflowError, ValueError):
+    """An 8-bit field given an int outside 0..255: an OverflowError, as every
+    integer out of its field's range raises, and a ValueError, as bytes() raises."""
+
+
 class DebugInfoID(NamedTuple):
     """Identifier of the debug information (.zelk.dbg.id)."""
 
@@ -158,6 +163,7 @@ ELF.save_file = _save_file  # type: ignore[method-assign]
 
 __all__ = [
     "BasicBlockRange",
+    "ByteRangeError",
     "DebugInfoID",
     "ELF",
     "Elf",
