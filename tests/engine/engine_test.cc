@@ -77,7 +77,9 @@ TEST(SectionEditTest, NamesAreAppendedAndDataCopied) {
   for (int i = 0; i < 100; ++i) image.addSection(".s" + std::to_string(i)), image.addSegment();
   Section& t = image.sections()[2];
   EXPECT_EQ(t.bytes().data(), held);  // stable across growth
-  EXPECT_EQ(image.segments()[99].header.align, 0u);  // a new segment is all zeros
+  const SegmentHeader& fresh = image.segments()[99].header;  // a new segment is all zeros
+  EXPECT_EQ((std::vector<uint64_t>{fresh.type, fresh.flags, fresh.align}),
+            (std::vector<uint64_t>{0, 0, 0}));
   EXPECT_TRUE(t.setData(nullptr, 0).ok());
   EXPECT_TRUE(t.bytes().data() == nullptr && t.header.size == 0);
   // NOBITS keeps what it held and records that count.
@@ -385,6 +387,13 @@ TEST(LayoutTest, RepairsDamagedHeaderFields) {
   const Bytes fresh = saved(image);
   EXPECT_EQ(Bytes(fresh.begin(), fresh.begin() + 4), hex("7f454c46"));
   EXPECT_EQ(null.header.offset, 0u);
+  // Nor those of a later entry of type NULL, which takes no room.
+  Section& blank = addData(image, ".blank", hex("aabbccdd"));
+  blank.header.type = kShtNull;
+  const Bytes with_bytes = saved(image);
+  EXPECT_TRUE(blank.setData(nullptr, 0).ok());
+  blank.header.size = 4;
+  EXPECT_EQ(with_bytes, saved(image));
 
   image = Image();
   addLoaded(image, {1, 2, 3, 4}, 4);
