@@ -9,6 +9,7 @@
 #include "serialize/containers.h"
 #include "serialize/decoder.h"
 #include "serialize/mem_reader.h"
+#include "serialize/result.h"
 #include "support/wire.h"
 
 namespace zelk_test {
@@ -46,6 +47,20 @@ TEST(WireTest, RefusalsLeaveTheReaderAtItsEnd) {
   // Where sizes have 32 bits, a count keeps only its low 32 bits.
   const auto counted = Decode<Strings>(Cat({U64((uint64_t{1} << 32) + 1), Str("x")}));
   EXPECT_EQ(counted, sizeof(size_t) == 4 ? absl::optional<Strings>(Strings{"x"}) : absl::nullopt);
+}
+
+// Each accessor gives the alternative it names, const or not, moved or not;
+// taking the other one ends the process.
+TEST(ResultTest, AccessorsGiveTheirAlternative) {
+  using R = tolva_lib::Result<int, std::string>;
+  R ok(5), err(std::string("e"));
+  const R& const_ok = ok;
+  const R& const_err = err;
+  EXPECT_TRUE(ok.isOk() && !ok.isErr() && err.isErr() && !err.isOk());
+  EXPECT_EQ(ok.getOk() + const_ok.getOk() + R(6).getOk(), 16);
+  EXPECT_EQ(err.getErr() + const_err.getErr() + R(std::string("f")).getErr(), "eef");
+  EXPECT_DEATH(const_ok.getErr(), "");
+  EXPECT_DEATH(const_err.getOk(), "");
 }
 
 TEST(ByteViewTest, NothingOutsideIsEverHandedOut) {
