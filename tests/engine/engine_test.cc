@@ -137,6 +137,7 @@ TEST(LoadRulesTest, EditsOfABasicImage) {
        "segment 0 claims file bytes [0x100000, +0x20) beyond the input of 727 bytes"},
       {withSegment({kPtLoad, kPfR, 727 - 0x20, 0, 0, 0x20, 0x20, 0}), as_built},
       {withSegment({kPtNull, kPfR, 1 << 20, 0, 0, 0x20, 0x20, 0}), as_built},  // not checked
+      {withSegment({kPtLoad, kPfR, 1 << 20, 0, 0, 0, 0x20, 0}), as_built},  // no file bytes
       {withSegment({kPtLoad, 0, ~uint64_t{0}, 0, 0, 2, 2, 0}),
        "segment 0 claims file bytes [0xffffffffffffffff, +0x2) beyond the input of 727 bytes"},
       {[&](ElfBuilder& b, Bytes& o) { b.segments = {load}, o = b.build(), o.pop_back(); },
