@@ -13,12 +13,6 @@ namespace zelk_elf {
 namespace cli {
 namespace {
 
-std::string counted(size_t n, const char* one, const char* many) {
-  return absl::StrCat(n, " ", n == 1 ? one : many);
-}
-
-std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
-
 // "absent", "present but empty", or the count of elements.
 std::string stateOf(size_t count, bool present, const char* one, const char* many) {
   return count != 0 ? counted(count, one, many) : present ? "present but empty" : "absent";

@@ -12,7 +12,6 @@ namespace zelk_elf {
 namespace cli {
 namespace {
 
-std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
 std::string offset(uint64_t value) { return absl::StrFormat("%06x", value); }
 
 void writeInfo(const ELF& elf, const ImageView& image, Printer& out) {

@@ -204,6 +204,12 @@ std::string hexValue(uint64_t value, int digits) {
   return absl::StrFormat("0x%0*x", digits, value);
 }
 
+std::string rowNumber(size_t i) { return absl::StrFormat("[%2u]", i); }
+
+std::string counted(size_t n, const char* one, const char* many) {
+  return absl::StrCat(n, " ", n == 1 ? one : many);
+}
+
 std::string rangeLabel(const BasicBlockRange& range) {
   return absl::StrCat(hexValue(range.start, 8), "..", hexValue(range.end, 8));
 }

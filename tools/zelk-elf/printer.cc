@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "absl/strings/str_format.h"
-
 namespace zelk_elf {
 namespace cli {
 namespace {
@@ -117,11 +115,11 @@ Cells cellsOf(const std::tuple<BasicBlockRange, BasicBlockRange>& edge) {
 
 Cells entryCells(const char* key_name, const SourceMap::value_type& entry) {
   Json strings = Json::array();
-  std::string text = absl::StrCat(quoteText(entry.first), ": ", entry.second.size(),
-                                  entry.second.size() == 1 ? " string" : " strings");
+  std::string text =
+      absl::StrCat(quoteText(entry.first), ": ", counted(entry.second.size(), "string", "strings"));
   for (size_t i = 0; i < entry.second.size(); ++i) {
     strings.push_back(byteString(entry.second[i]));
-    absl::StrAppendFormat(&text, "\n    [%2u] %s", i, quoteText(entry.second[i]));
+    absl::StrAppend(&text, "\n    ", rowNumber(i), " ", quoteText(entry.second[i]));
   }
   return {{key_name, byteString(entry.first), std::move(text)},
           jsonOnly("strings", std::move(strings))};

@@ -104,6 +104,10 @@ std::string quoteText(absl::string_view text);
 bool isUtf8(absl::string_view text);
 // "0x" and `digits` lowercase hex digits (more when the value needs them).
 std::string hexValue(uint64_t value, int digits);
+// "[ 3]": the number of a row.
+std::string rowNumber(size_t i);
+// "1 edge", "2 edges".
+std::string counted(size_t n, const char* one, const char* many);
 // "0x00000010..0x00000020": a block range as the producer wrote its bounds.
 std::string rangeLabel(const BasicBlockRange& range);
 // Names of ELF values: readelf-style for text ("PROGBITS", hex when unknown)
