@@ -98,8 +98,10 @@ class RecordFields {
     type.attr("__module__") = "zelk_elf";
     return type;
   }
-  py::object instanceOf(const char* type) const {
-    return py::module_::import("zelk_elf._zelk_elf").attr(type)(*py::tuple(values_));
+  // An instance of the package's type `type`, made from these fields.
+  py::object instanceOf(py::handle type) const { return type(*py::tuple(values_)); }
+  static py::object typeNamed(const char* type) {
+    return py::module_::import("zelk_elf._zelk_elf").attr(type);
   }
 
  private:
@@ -137,8 +139,9 @@ RecordFields segmentFields(const engine::Segment& segment) {
 
 template <typename Item, typename Fields>
 py::tuple recordsOf(absl::Span<const Item> items, const char* type, Fields fields) {
+  const py::object record_type = RecordFields::typeNamed(type);  // once, not per record
   py::tuple out(items.size());
-  for (size_t i = 0; i < items.size(); ++i) out[i] = fields(items[i]).instanceOf(type);
+  for (size_t i = 0; i < items.size(); ++i) out[i] = fields(items[i]).instanceOf(record_type);
   return out;
 }
 
@@ -225,7 +228,9 @@ ELF() is a new, empty 32-bit little-endian image; zelk_elf.load() reads one.)");
 
   // The image's structure, as the header records hold it now.
   cls.def_property_readonly(
-      "header", onLive([](const ELF& elf) { return headerFields(imageOf(elf)).instanceOf("Header"); }),
+      "header", onLive([](const ELF& elf) {
+        return headerFields(imageOf(elf)).instanceOf(RecordFields::typeNamed("Header"));
+      }),
       "The ELF header's fields, with the class (32 or 64) and byte order (\"little\", \"big\").");
   cls.def_property_readonly(
       "section_headers",
