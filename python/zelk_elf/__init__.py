@@ -13,7 +13,7 @@ lists and are named tuples too.
 """
 
 import os
-import tempfile
+import secrets
 from collections.abc import Iterator, Mapping
 from typing import NamedTuple, Union
 
@@ -137,7 +137,10 @@ def _save_file(self: ELF, path: _Path) -> None:
     keeps its permission bits."""
     data = self.save()
     target = os.path.realpath(path)
-    fd, temp = tempfile.mkstemp(dir=os.path.dirname(target), prefix=".zelk-elf-")
+    temp = os.path.join(os.path.dirname(target), f".zelk-elf-{secrets.token_hex(8)}")
+    # Made as any new file is, under the umask, which changing would affect
+    # every thread; an existing target's bits replace those below.
+    fd = os.open(temp, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o666)
     try:
         with os.fdopen(fd, "wb") as f:
             f.write(data)
@@ -146,17 +149,11 @@ def _save_file(self: ELF, path: _Path) -> None:
         try:
             os.chmod(temp, os.stat(target).st_mode & 0o7777)
         except FileNotFoundError:
-            os.chmod(temp, 0o666 & ~_umask())
+            pass
         os.replace(temp, target)
     except BaseException:
         os.unlink(temp)
         raise
-
-
-def _umask() -> int:
-    mask = os.umask(0)
-    os.umask(mask)
-    return mask
 
 
 ELF.save_file = _save_file  # type: ignore[method-assign]
