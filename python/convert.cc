@@ -1,6 +1,5 @@
 #include "python/convert.h"
 
-#include <algorithm>
 #include <string>
 #include <tuple>
 #include <type_traits>
